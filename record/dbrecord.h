@@ -1,0 +1,102 @@
+#ifndef KESTA_RECORD_DBRECORD_H
+#define KESTA_RECORD_DBRECORD_H
+// dbrecord: one row of a database, an ordered list of text fields, one per column.
+//
+//   Zr::Ptr<dbrecord> r(new dbrecord(3));
+//   r->set_field(0, "  Reel 1");        // stores "Reel 1", marks the record changed
+//   r->get_field(0);                    // "Reel 1"
+//   r->get_field(7);                    // null: out of range
+//
+// A record points back, without owning, to the database that contains it (its container), so
+// that a store into a field marks the database changed as well. Fields are addressed with
+// 16-bit indices. An empty field is a null string and reads as "". Out-of-range indices never
+// fault: getters answer null, "" or a shared empty string, setters answer false.
+//
+// Thread safety: the count and the field strings' counts are atomic, so records may be read
+// from several threads; changes need the caller's serialisation.
+
+#include <cstdint>
+#include <vector>
+
+#include "support/Config.h"
+#include "support/Export.h"
+#include "support/LightweightString.h"
+#include "support/TextFile.h"
+#include "support/ZrPtr.h"
+
+class kesta;
+
+class KESTA_API dbrecord : public iObject {
+ public:
+  // `n` empty fields, no container, changed mark and tag 0.
+  explicit dbrecord(unsigned short n);
+  // The same field strings (shared), no container, changed mark and tag 0.
+  dbrecord(const dbrecord& other);
+  ~dbrecord() override;
+  // Resizes to other's field count and stores each of other's texts with set_field(i, text,
+  // true): leading white space is dropped and the record is marked changed once per field.
+  // The container is kept.
+  dbrecord& operator=(const dbrecord& other);
+
+  void set_container(kesta* container) noexcept { container_ = container; }
+  kesta* get_container() const noexcept { return container_; }
+
+  unsigned short get_num_fields() const noexcept { return static_cast<unsigned short>(fields_.size()); }
+  // The field's text; "" for an empty field; null when `i` is out of range.
+  const char* get_field(unsigned short i) const noexcept;
+  // The field's string; one shared, empty, never-changing string when `i` is out of range.
+  const LightweightString<char>& getField(unsigned short i) const noexcept;
+  // False when `i` is out of range; else copies at most `len` bytes into `dst`, stores a zero
+  // at dst[len] (REQUIRES: dst holds len + 1 bytes) and answers true.
+  bool in_field(int i, char* dst, int len);
+  // True when the record has no fields or every field is empty.
+  bool is_blank() const noexcept;
+
+  // The main setter. False when `i` is out of range. Otherwise stores `text` (with leading
+  // ASCII white space skipped when `trim`), or empties the field for null or empty text,
+  // marks the record and its container changed, even when nothing changed, and answers true.
+  bool set_field(int i, const char* text, bool trim = true);
+  bool set_field(int i, int value);       // "%d"
+  bool set_field(int i, unsigned value);  // "%u"
+  bool set_field(int i, double value);    // "%.8lf"
+  bool set_field(int i, bool value);      // "t" or "f"
+  // Stores `s` (sharing it) only when it differs; marks changed only then. False out of range.
+  bool setField(unsigned short i, const LightweightString<char>& s);
+
+  // Empties every field; the count stays. Does not mark changed.
+  void clear() noexcept;
+  // Removes field `i`, later fields move down. Nothing out of range. Does not mark changed.
+  void removeField(unsigned short i);
+  // Appends empty fields up to `n`, or drops fields from `n` on. Nothing when `n` is negative
+  // or `fill` is null; `fill` and the flag are not otherwise used.
+  void resizeRecord(int n, int* fill, bool);
+  // Kept for interface compatibility; does nothing.
+  void resizeField(int, int) noexcept {}
+
+  // Replaces the fields from the file's next line (at its read cursor, which advances);
+  // answers the fields parsed plus the control characters skipped between them, 0 for a line
+  // that yields nothing (the record then has no fields and keeps its changed mark).
+  int read(TextFile& file);
+  // Appends the record as one line and clears the changed mark; always true.
+  bool write(TextFile& file) const;
+
+  // Exports the label fields to `cfg` ("slate/take", "name", "notes", "reelid" ...); answers
+  // how many label fields were exported. 0 without a container or a "name" column.
+  int update(configb* cfg);
+
+  bool changed() const noexcept { return changed_ != 0; }
+  void clear_changed() noexcept { changed_ = 0; }
+  unsigned char get_tag() const noexcept { return tag_; }
+  void set_tag(unsigned char tag) noexcept { tag_ = tag; }
+
+ private:
+  void mark_changed() noexcept;
+  bool in_range(int i) const noexcept { return i >= 0 && i < static_cast<int>(get_num_fields()); }
+
+  kesta* container_ = nullptr;
+  std::vector<LightweightString<char>> fields_;
+  mutable uint8_t changed_ = 0;
+  uint8_t tag_ = 0;
+};
+
+#endif

@@ -1,0 +1,80 @@
+#ifndef KESTA_SUPPORT_TEXTFILE_H
+#define KESTA_SUPPORT_TEXTFILE_H
+// TextFile: a whole text file held in memory as lines, in one buffer with line offsets.
+//
+//   TextFile file;
+//   if (file.load(L"/logs/day1.kst", '\n', false)) {
+//     for (unsigned i = 0; i < file.getNumLines(); ++i) use(file.line(i));   // no copies
+//   }
+//   file.appendLine("\"KESTA\"");
+//   file.save(L"/logs/day1.kst", TextFile::eEOLStyle(1));
+//
+// Loading reads the file with one read into one buffer. With `keepCR` false, one carriage
+// return before each separator is dropped. A last line without a terminator is a line; a final
+// terminator adds no empty line. Lines past the end read as empty.
+//
+// Saving is atomic: the lines go to a temporary file in the same folder, which is flushed,
+// renamed over the target, and the folder flushed. On any failure the temporary file is
+// removed, an existing target is untouched, and save answers false.
+//
+// All file calls go through OS()->fileSystem().
+//
+// Thread safety: none; one thread at a time. Loading and saving do not touch other objects.
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "support/LightweightString.h"
+
+class KESTA_SUPPORT_API TextFile {
+ public:
+  // 1 ends every line with a line feed (what the library's files use). 2 ends lines with a
+  // carriage return and line feed.
+  enum eEOLStyle { kEOLNone = 0, kEOL_LF = 1, kEOL_CRLF = 2 };
+
+  TextFile();
+  ~TextFile();
+  TextFile(const TextFile&) = delete;
+  TextFile& operator=(const TextFile&) = delete;
+
+  // Replaces the lines with the named file's, split at `separator`; false (and no lines)
+  // when the file cannot be read. The read cursor goes back to 0.
+  bool load(const LightweightString<wchar_t>& name, char separator, bool keepCR);
+  // Writes every line ended as `style` says; false when the file could not be fully written.
+  bool save(const LightweightString<wchar_t>& name, eEOLStyle style) const;
+
+  unsigned getNumLines() const noexcept { return static_cast<unsigned>(lines_.size()); }
+  // The line as a new string; empty past the end.
+  LightweightString<char> operator[](unsigned i) const;
+  // The line without copying; valid until the file changes. Empty past the end.
+  std::string_view line(unsigned i) const noexcept {
+    if (i >= lines_.size()) return {};
+    const Span& s = lines_[i];
+    return {buffer_.data() + s.start, s.length};
+  }
+
+  void appendLine(const LightweightString<char>& text) { appendLine(text.view()); }
+  void appendLine(std::string_view text);
+  void clear() noexcept;
+
+  // The read cursor: the index of the next line a record reader takes.
+  unsigned readCursor() const noexcept { return cursor_; }
+  void setReadCursor(unsigned i) noexcept { cursor_ = i; }
+  // The line at the cursor (empty past the end), advancing the cursor by one.
+  std::string_view takeLine() noexcept { return line(cursor_++); }
+
+  // Bytes held by the line buffer; for memory accounting.
+  std::size_t bufferSize() const noexcept { return buffer_.size(); }
+
+ private:
+  struct Span {
+    uint64_t start;
+    uint32_t length;
+  };
+  std::vector<char> buffer_;
+  std::vector<Span> lines_;
+  unsigned cursor_ = 0;
+};
+
+#endif
