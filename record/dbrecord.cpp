@@ -1,0 +1,180 @@
+// dbrecord: field access, the setters and their changed marks, the record's shape, and the
+// export of its label fields to a configuration block. The text-line form is in
+// dbrecord_line.cpp.
+
+#include "record/dbrecord.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <strings.h>
+
+#include "record/CharClass.h"
+#include "record/kesta.h"
+
+namespace {
+
+// Fields are addressed with 16-bit indices.
+constexpr std::size_t kMaxFields = USHRT_MAX;
+
+// Read once per process: hosts switch the secondary reel columns off for the whole session.
+bool reel_fields_editable() {
+  static const int setting = config_int("dbv_reel_field_editable", 1, INT_MIN, INT_MAX);
+  return setting != 0;
+}
+
+struct LabelKey {
+  const char* column;
+  const char* key;
+};
+
+// Rows after the first kPrimaryLabels are the secondary reels, exported only while the reel
+// fields are editable.
+constexpr LabelKey kLabelKeys[] = {
+    {"notes", "notes"},         {"who", "who"},           {"scene", "scene"},       {"description", "description"},
+    {"shot", "shot"},           {"reel", "reelid"},       {"snd reel", "reelid1"},  {"24P reel", "24P_reel"},
+    {"cam reel", "camreel"},    {"comp reel", "comp_reel"}, {"lab reel", "lab_reel"},
+};
+constexpr std::size_t kPrimaryLabels = 6;
+
+}  // namespace
+
+dbrecord::dbrecord(unsigned short n) : fields_(n) {}
+
+dbrecord::dbrecord(const dbrecord& other) : Zr::InternalRefCount(), iVirtual(), iObject(), fields_(other.fields_) {}
+
+dbrecord::~dbrecord() = default;
+
+dbrecord& dbrecord::operator=(const dbrecord& other) {
+  const unsigned short count = other.get_num_fields();
+  fields_.resize(count);
+  // Through set_field on purpose: callers rely on the copy losing leading white space and
+  // marking this record (and its database) changed.
+  for (unsigned short i = 0; i < count; ++i) {
+    const char* text = other.get_field(i);
+    set_field(i, text ? text : "", true);
+  }
+  return *this;
+}
+
+const char* dbrecord::get_field(unsigned short i) const noexcept {
+  return i < fields_.size() ? fields_[i].c_str() : nullptr;
+}
+
+const LightweightString<char>& dbrecord::getField(unsigned short i) const noexcept {
+  static const LightweightString<char> kEmpty;
+  return i < fields_.size() ? fields_[i] : kEmpty;
+}
+
+bool dbrecord::in_field(int i, char* dst, int len) {
+  if (!in_range(i) || !dst || len < 0) return false;
+  std::strncpy(dst, fields_[static_cast<std::size_t>(i)].c_str(), static_cast<std::size_t>(len));
+  dst[len] = 0;
+  return true;
+}
+
+bool dbrecord::is_blank() const noexcept {
+  for (const LightweightString<char>& field : fields_) {
+    if (!field.empty()) return false;
+  }
+  return true;
+}
+
+bool dbrecord::set_field(int i, const char* text, bool trim) {
+  if (!in_range(i)) return false;
+  LightweightString<char>& field = fields_[static_cast<std::size_t>(i)];
+  if (text) {
+    if (trim) {
+      while (char_class::isAsciiSpace(*text)) ++text;
+    }
+    if (*text) {
+      field = LightweightString<char>(text);
+      mark_changed();
+      return true;
+    }
+  }
+  // Storing nothing still counts as a store: callers use it to flag a record as touched.
+  field.clear();
+  mark_changed();
+  return true;
+}
+
+bool dbrecord::set_field(int i, int value) {
+  char buffer[256];
+  std::snprintf(buffer, sizeof buffer, "%d", value);
+  return set_field(i, buffer, true);
+}
+
+bool dbrecord::set_field(int i, unsigned value) {
+  char buffer[256];
+  std::snprintf(buffer, sizeof buffer, "%u", value);
+  return set_field(i, buffer, true);
+}
+
+bool dbrecord::set_field(int i, double value) {
+  char buffer[256];
+  std::snprintf(buffer, sizeof buffer, "%.8lf", value);
+  return set_field(i, buffer, true);
+}
+
+bool dbrecord::set_field(int i, bool value) {
+  char buffer[256] = {value ? 't' : 'f', 0};
+  return set_field(i, buffer, true);
+}
+
+bool dbrecord::setField(unsigned short i, const LightweightString<char>& s) {
+  if (i >= fields_.size()) return false;
+  LightweightString<char>& field = fields_[i];
+  if (field == s) return true;
+  field = s;
+  mark_changed();
+  return true;
+}
+
+void dbrecord::clear() noexcept {
+  for (LightweightString<char>& field : fields_) field.clear();
+}
+
+void dbrecord::removeField(unsigned short i) {
+  if (i >= fields_.size()) return;
+  fields_.erase(fields_.begin() + i);
+}
+
+void dbrecord::resizeRecord(int n, int* fill, bool) {
+  if (n < 0 || !fill) return;
+  const std::size_t wanted = static_cast<std::size_t>(n);
+  fields_.resize(wanted < kMaxFields ? wanted : kMaxFields);
+}
+
+int dbrecord::update(configb* cfg) {
+  const bool all_reels = reel_fields_editable();
+  if (!container_ || !cfg) return 0;
+  const unsigned name_field = container_->get_fieldnum(LightweightString<char>("name"));
+  if (name_field == static_cast<unsigned>(-1)) return 0;
+
+  strp_field value;
+  if (name_field < fields_.size()) value.set(fields_[name_field]);
+  cfg->set("slate/take", value);
+  cfg->set("name", value);
+
+  const std::size_t rows = all_reels ? std::size(kLabelKeys) : kPrimaryLabels;
+  int exported = 0;
+  for (unsigned short i = 0; i < fields_.size(); ++i) {
+    const char* column = container_->get_fieldname(i);
+    if (!column) continue;
+    for (std::size_t row = 0; row < rows; ++row) {
+      if (strcasecmp(column, kLabelKeys[row].column) == 0) {
+        value.set(fields_[i]);
+        cfg->set(kLabelKeys[row].key, value);
+        ++exported;
+        break;
+      }
+    }
+  }
+  return exported;
+}
+
+void dbrecord::mark_changed() noexcept {
+  changed_ = 1;
+  if (container_) container_->changed_ = 1;
+}

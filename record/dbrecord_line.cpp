@@ -1,0 +1,183 @@
+// The record line: one record as quoted, comma-separated fields on one text line. Every line
+// of a database file goes through here, so the reader is the library's hottest loop: one pass
+// over the line, a fixed buffer on the stack, and one allocation per finished non-empty field.
+//
+// Writer and reader are not exact inverses, and files in the field rely on both directions as
+// they are: the writer escapes line feeds as backslash-n but leaves backslashes alone and drops
+// carriage returns; the reader turns every backslash-n into a line feed, keeps a double
+// backslash as two bytes, and loses white space at both ends of a field.
+
+#include <array>
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "record/CharClass.h"
+#include "record/dbrecord.h"
+#include "support/StringUtils.h"
+
+namespace {
+
+// The reader's field buffer; a field read from a line holds at most kFieldBufferSize - 1 bytes.
+constexpr std::size_t kFieldBufferSize = 4096;
+constexpr std::size_t kMaxFieldLength = kFieldBufferSize - 1;
+// Fields are addressed with 16-bit indices; a line with more yields only the first ones.
+constexpr std::size_t kMaxFields = USHRT_MAX;
+// Room for a typical log line when the record brings none of its own.
+constexpr std::size_t kInitialFields = 32;
+
+// Bytes that end a run of plain text inside a field. The comma only ends a field outside
+// quotes; inside them the reader stores it itself.
+constexpr std::array<bool, 256> make_read_stops() {
+  std::array<bool, 256> stops{};
+  stops[static_cast<unsigned char>('"')] = true;
+  stops[static_cast<unsigned char>('\\')] = true;
+  stops[static_cast<unsigned char>(',')] = true;
+  return stops;
+}
+constexpr std::array<bool, 256> kReadStops = make_read_stops();
+
+// Bytes the writer does not copy as they are.
+constexpr std::array<bool, 256> make_write_escapes() {
+  std::array<bool, 256> escapes{};
+  escapes[static_cast<unsigned char>('"')] = true;
+  escapes[static_cast<unsigned char>('\n')] = true;
+  escapes[static_cast<unsigned char>('\r')] = true;
+  return escapes;
+}
+constexpr std::array<bool, 256> kWriteEscapes = make_write_escapes();
+
+inline bool in_table(const std::array<bool, 256>& table, char c) noexcept {
+  return table[static_cast<unsigned char>(c)];
+}
+
+// Parses one field starting at `p` (which is not the end and not a control character) into
+// `buffer`, answering its length with trailing white space removed. Leaves `p` on the byte
+// the scan stopped at: the end, an unquoted comma, or the byte at which a long field was cut.
+std::size_t parse_field(const char*& p, const char* end, char* buffer) noexcept {
+  bool quoted = false;
+  if (*p == '"') {
+    quoted = true;
+    ++p;
+  }
+  while (p != end && char_class::isAsciiSpace(*p)) ++p;
+
+  std::size_t n = 0;
+  while (p != end && n < kMaxFieldLength) {
+    // Copy the run of plain bytes up to the next byte that needs a decision.
+    const std::size_t room = kMaxFieldLength - n;
+    const std::size_t left = static_cast<std::size_t>(end - p);
+    const char* run_end = p + (left < room ? left : room);
+    const char* q = p;
+    while (q != run_end && !in_table(kReadStops, *q)) ++q;
+    std::memcpy(buffer + n, p, static_cast<std::size_t>(q - p));
+    n += static_cast<std::size_t>(q - p);
+    p = q;
+    if (p == run_end) break;
+
+    const char c = *p;
+    const bool has_next = p + 1 != end;
+    if (c == '"') {
+      if (has_next && p[1] == '"') {
+        buffer[n++] = '"';
+        p += 2;
+      } else {
+        // A closing quote, or a stray one in an unquoted field: dropped. What follows it up to
+        // the comma still belongs to the field.
+        quoted = false;
+        ++p;
+      }
+    } else if (c == '\\') {
+      if (has_next && p[1] == 'n') {
+        buffer[n++] = '\n';
+        p += 2;
+      } else if (has_next && p[1] == '\\') {
+        buffer[n++] = '\\';
+        if (n < kMaxFieldLength) {
+          buffer[n++] = '\\';
+          p += 2;
+        } else {
+          // No room for the pair: the field is cut at the second backslash.
+          ++p;
+        }
+      } else {
+        // Kept as it is; the next byte is read by the usual rules.
+        buffer[n++] = '\\';
+        ++p;
+      }
+    } else if (quoted) {  // a comma inside quotes
+      buffer[n++] = ',';
+      ++p;
+    } else {
+      break;  // the comma that ends the field
+    }
+  }
+  while (n > 0 && char_class::isAsciiSpace(buffer[n - 1])) --n;
+  return n;
+}
+
+}  // namespace
+
+int dbrecord::read(TextFile& file) {
+  fields_.clear();  // keeps the capacity: a database reads every line into a record of its width
+  const std::string_view line = file.takeLine();
+  if (isEssentiallyEmpty(line.data(), line.size())) return 0;
+  if (fields_.capacity() == 0) fields_.reserve(kInitialFields);
+
+  char buffer[kFieldBufferSize];
+  const char* p = line.data();
+  const char* const end = p + line.size();
+  int count = 0;
+  while (p != end) {
+    ++count;
+    // A control character between fields is counted but yields no field; loaders compare the
+    // count with the column count, so a stray one makes the line stand out.
+    if (char_class::isControl(*p)) {
+      ++p;
+      continue;
+    }
+    const std::size_t length = parse_field(p, end, buffer);
+    if (p != end) ++p;  // the comma, or the byte at which a long field was cut
+    if (fields_.size() < kMaxFields) {
+      if (length) {
+        fields_.emplace_back(buffer, length);
+      } else {
+        fields_.emplace_back();
+      }
+    }
+  }
+  mark_changed();
+  return count;
+}
+
+bool dbrecord::write(TextFile& file) const {
+  std::size_t estimate = 0;
+  for (const LightweightString<char>& field : fields_) estimate += field.size() + 3;
+  std::string line;
+  line.reserve(estimate + estimate / 16);
+
+  bool first = true;
+  for (const LightweightString<char>& field : fields_) {
+    if (!first) line += ',';
+    first = false;
+    line += '"';
+    const char* p = field.c_str();
+    const char* const end = p + field.size();
+    while (p != end) {
+      const char* q = p;
+      while (q != end && !in_table(kWriteEscapes, *q)) ++q;
+      line.append(p, static_cast<std::size_t>(q - p));
+      if (q == end) break;
+      if (*q == '"') {
+        line += "\"\"";
+      } else if (*q == '\n') {
+        line += "\\n";
+      }  // a carriage return is dropped
+      p = q + 1;
+    }
+    line += '"';
+  }
+  file.appendLine(std::string_view(line));
+  changed_ = 0;
+  return true;
+}

@@ -1,0 +1,162 @@
+// kesta: the query (one TextSearch::Criteria per column, by position) and everything built on
+// it: matching a field or a record, the start..end range rule of the time-code and edge-code
+// columns, tagging the matches, and tagging the first record of every run of equal values.
+
+#include <cstring>
+#include <ctime>
+#include <strings.h>
+
+#include "record/FieldTables.h"
+#include "record/kesta.h"
+#include "support/StringUtils.h"
+#include "support/TimeDef.h"
+
+namespace {
+
+constexpr unsigned kNoField = 0xFFFFFFFFu;
+
+// The start/end pair that a special column belongs to; false for any other name. The table
+// lists each pair's start column followed by its end column.
+bool special_pair(const char* name, const char*& start, const char*& end) {
+  for (int i = 0; *field_tables::kSpecialLabelFields[i]; ++i) {
+    if (std::strcmp(name, field_tables::kSpecialLabelFields[i]) == 0) {
+      start = field_tables::kSpecialLabelFields[i & ~1];
+      end = field_tables::kSpecialLabelFields[i | 1];
+      return true;
+    }
+  }
+  return false;
+}
+
+// A date column holds seconds since the epoch; it is searched in its calendar form.
+LightweightString<char> calendar_text(const LightweightString<char>& stored) {
+  std::time_t seconds = static_cast<std::time_t>(Zr::UIntFromString(stored, 0));
+  char text[64];
+  if (ctime_r(&seconds, text) == nullptr) return LightweightString<char>();
+  return LightweightString<char>(text);
+}
+
+}  // namespace
+
+void kesta::set_query(dbrecord* query) {
+  if (query == nullptr) return;
+  unsigned short count = query->get_num_fields();
+  if (count < get_num_fields()) return;
+  std::vector<TextSearch::Criteria> criteria;
+  criteria.reserve(count);
+  for (unsigned short i = 0; i < count; ++i) {
+    // An empty text makes an empty Criteria: no condition on that column.
+    criteria.emplace_back(TextSearch::Criterion(query->getField(i), TextSearch::eContains));
+  }
+  setQuery(criteria);
+}
+
+void kesta::setQuery(const std::vector<TextSearch::Criteria>& criteria) {
+  if (criteria.size() < get_num_fields()) return;
+  if (&criteria == &query_) return;
+  query_ = criteria;
+}
+
+bool kesta::matchField(const dbrecord* record, unsigned short field, const TextSearch::Criteria& criteria) const {
+  if (record == nullptr) return false;
+  unsigned opts = match_options_ != 0 ? TextSearch::kCaseSensitive : 0u;
+  DBFieldTypes::eType type = field < fields_.size() ? fields_[field].type : DBFieldTypes::kNone;
+  const LightweightString<char>& text = record->getField(field);
+  switch (type) {
+    case DBFieldTypes::kTimecodeS: {
+      LightweightString<char> punctuated = time_def(text.c_str(), kLabelTimecode).get_punctuated_str();
+      return TextSearch::match(punctuated, criteria, opts | TextSearch::kTimecode);
+    }
+    case DBFieldTypes::kTimecode:
+      return TextSearch::match(text, criteria, opts | TextSearch::kTimecode);
+    case DBFieldTypes::kDosDate:
+      return TextSearch::match(calendar_text(text), criteria, opts);
+    default:
+      return TextSearch::match(text, criteria, opts);
+  }
+}
+
+bool kesta::match_field(const dbrecord* record, int field) const {
+  if (field >= 0 && static_cast<std::size_t>(field) < special_label_flags_.size() &&
+      special_label_flags_[static_cast<std::size_t>(field)]) {
+    return found_in_special_label_field(record, field);
+  }
+  if (field < 0 || static_cast<std::size_t>(field) >= query_.size()) return true;
+  const TextSearch::Criteria& criteria = query_[static_cast<std::size_t>(field)];
+  if (criteria.empty()) return true;
+  return matchField(record, static_cast<unsigned short>(field), criteria);
+}
+
+bool kesta::found_in_special_label_field(const dbrecord* record, int field) const {
+  if (field < 0 || static_cast<std::size_t>(field) >= query_.size()) return true;
+  const TextSearch::Criteria& criteria = query_[static_cast<std::size_t>(field)];
+  if (criteria.empty()) return true;
+  const LightweightString<char>& query = criteria.getCriterion(0).text();
+
+  // A query in either column of a pair searches the same start..end range.
+  const char* start_name = nullptr;
+  const char* end_name = nullptr;
+  if (!special_pair(get_fieldname(static_cast<unsigned>(field)), start_name, end_name)) return true;
+
+  unsigned start_field = get_fieldnum(LightweightString<char>(start_name));
+  if (start_field == kNoField || record == nullptr) return false;
+  const char* start = record->getField(static_cast<unsigned short>(start_field)).c_str();
+  if (*start == '\0') return false;
+  if (query.empty()) return true;
+
+  const char* q = query.c_str();
+  std::size_t length = query.size();
+  if (std::strncmp(start, q, length) == 0) return true;
+
+  unsigned end_field = get_fieldnum(LightweightString<char>(end_name));
+  if (end_field == kNoField) return false;
+  const char* end = record->getField(static_cast<unsigned short>(end_field)).c_str();
+  if (*end == '\0') return false;
+  if (std::strncmp(q, start, length) < 0) return false;
+  return std::strncmp(q, end, length) <= 0;
+}
+
+int kesta::match_record(const Zr::Ptr<dbrecord>& record) const {
+  if (!record) return -1;
+  if (query_.empty()) return -1;
+  if (get_num_fields() == 0) return 1;
+  unsigned field = 0;
+  while (field < get_num_fields() && match_field(record.get(), static_cast<int>(field))) ++field;
+  return field == get_num_fields() ? 1 : 0;
+}
+
+int kesta::match_record(int row) const { return match_record(get_record(static_cast<unsigned>(row))); }
+
+int kesta::tag_matching_records(int keepTags) {
+  if (query_.empty()) return 0;
+  int count = 0;
+  for (unsigned row = 0; row < get_num_records(); ++row) {
+    // A row without a record answers -1, which counts as a match.
+    if (match_record(static_cast<int>(row)) != 0) {
+      ++count;
+      set_tag(row, 1);
+    } else if (keepTags == 0) {
+      set_tag(row, 0);
+    }
+  }
+  return count;
+}
+
+int kesta::tag_all_different(int field) {
+  set_all_tags(0);
+  set_show_tags_only(0);
+  set_sortfield(field);
+  sort(1, 0);
+  // Values compare against a copy cut to 255 characters, so two equal longer values are both
+  // tagged; callers depend on the buffer's size.
+  char previous[256] = "";
+  for (unsigned row = 0; row < get_num_records(); ++row) {
+    LightweightString<char> value = getField(row, static_cast<unsigned>(field));
+    if (strcasecmp(value.c_str(), previous) == 0) continue;
+    set_tag(row, 1);
+    std::size_t length = value.size() < sizeof previous - 1 ? value.size() : sizeof previous - 1;
+    std::memcpy(previous, value.c_str(), length);
+    previous[length] = '\0';
+  }
+  return get_num_tags();
+}

@@ -1,0 +1,57 @@
+// The default file system: the POSIX calls themselves. Callers handle EINTR and short
+// transfers; this layer answers exactly what the system answered.
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/OS.h"
+
+iFileSystem::~iFileSystem() = default;
+
+int iFileSystem::move(const char* from, const char* to, int) { return rename(from, to); }
+
+namespace {
+
+class PosixFileSystem final : public iFileSystem {
+ public:
+  int open(const char* path, int flags, mode_t mode) override { return ::open(path, flags, mode); }
+  ssize_t read(int fd, void* buffer, std::size_t size) override { return ::read(fd, buffer, size); }
+  ssize_t write(int fd, const void* buffer, std::size_t size) override { return ::write(fd, buffer, size); }
+  int fsync(int fd) override { return ::fsync(fd); }
+  int close(int fd) override { return ::close(fd); }
+  int fileSize(int fd, uint64_t& size) override {
+    struct stat st;
+    if (::fstat(fd, &st) != 0) return -1;
+    if (!S_ISREG(st.st_mode)) {
+      errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+      return -1;
+    }
+    size = static_cast<uint64_t>(st.st_size);
+    return 0;
+  }
+  int rename(const char* from, const char* to) override { return ::rename(from, to); }
+  int unlink(const char* path) override { return ::unlink(path); }
+  int exists(const char* path) override {
+    struct stat st;
+    return ::stat(path, &st) == 0 ? 1 : 0;
+  }
+  int syncDirectory(const char* path) override {
+    int fd = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return -1;
+    int result = ::fsync(fd);
+    int saved = errno;
+    ::close(fd);
+    errno = saved;
+    return result;
+  }
+};
+
+}  // namespace
+
+iFileSystem* defaultFileSystem() {
+  static PosixFileSystem* file_system = new PosixFileSystem();
+  return file_system;
+}
