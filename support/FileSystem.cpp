@@ -1,11 +1,12 @@
 // The default file system: the POSIX calls themselves. Callers handle EINTR and short
 // transfers; this layer answers exactly what the system answered.
 
-#include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 
 #include "support/OS.h"
 

@@ -2,8 +2,9 @@
 
 #include "support/StringUtils.h"
 
-#include <cstring>
 #include <strings.h>
+
+#include <cstring>
 
 #include "support/OS.h"
 

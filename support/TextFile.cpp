@@ -2,13 +2,14 @@
 
 #include "support/TextFile.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <functional>
-#include <unistd.h>
 
 #include "support/StringUtils.h"
 

@@ -56,6 +56,8 @@ class KESTA_SUPPORT_API TextFile {
 
   void appendLine(const LightweightString<char>& text) { appendLine(text.view()); }
   void appendLine(std::string_view text);
+  // Without it a literal would match both overloads above.
+  void appendLine(const char* text) { appendLine(std::string_view(text ? text : "")); }
   void clear() noexcept;
 
   // The read cursor: the index of the next line a record reader takes.

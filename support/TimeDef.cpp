@@ -67,8 +67,8 @@ time_def::time_def(const char* text, label_t kind) : raw_(text) {
 LightweightString<char> time_def::get_punctuated_str() const {
   if (!parsed_) return raw_;
   char text[16];
-  int n = std::snprintf(text, sizeof text, "%02d:%02d:%02d%c%02d", hours_, minutes_, seconds_, drop_ ? ';' : ':',
-                        frames_);
+  int n =
+      std::snprintf(text, sizeof text, "%02d:%02d:%02d%c%02d", hours_, minutes_, seconds_, drop_ ? ';' : ':', frames_);
   return LightweightString<char>(text, static_cast<std::size_t>(n));
 }
 

@@ -70,12 +70,9 @@ TEST(Cookie, AcceptsUpperCaseHexBlanksAndBothSuffixForms) {
     unsigned char qualifier;
   };
   const Case cases[] = {
-      {"4F3C2A10-9B7E-4D21-8C55-0A1B2C3D4E5F", 0, 0},
-      {"  4f3C2a10-9B7e-4d21-8c55-0A1b2c3d4E5f\t\n", 0, 0},
-      {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.00", 0, 0},
-      {" 4F3C2A10-9B7E-4D21-8C55-0A1B2C3D4E5F.M255 ", 'M', 255},
-      {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.B0", 'B', 0},
-      {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.07", 0, 7},
+      {"4F3C2A10-9B7E-4D21-8C55-0A1B2C3D4E5F", 0, 0},         {"  4f3C2a10-9B7e-4d21-8c55-0A1b2c3d4E5f\t\n", 0, 0},
+      {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.00", 0, 0},      {" 4F3C2A10-9B7E-4D21-8C55-0A1B2C3D4E5F.M255 ", 'M', 255},
+      {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.B0", 'B', 0},    {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.07", 0, 7},
       {"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.m017", 'm', 17},
   };
   for (const Case& c : cases) {
@@ -93,20 +90,18 @@ TEST(Cookie, JunkIsNullWhenStrictAndNameBasedOtherwise) {
   const char* junk[] = {
       "hello",
       "Reel 12",
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5",       // one digit short
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f0",     // one digit long
-      "4f3c2a10x9b7e-4d21-8c55-0a1b2c3d4e5f",      // dash misplaced
-      "4f3c2a1-09b7e-4d21-8c55-0a1b2c3d4e5f",      // groups shifted
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5g",      // not hex
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.",     // dot without suffix
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M",    // kind without qualifier
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M256", // qualifier too large
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M2555",
+      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5",        // one digit short
+      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f0",      // one digit long
+      "4f3c2a10x9b7e-4d21-8c55-0a1b2c3d4e5f",       // dash misplaced
+      "4f3c2a1-09b7e-4d21-8c55-0a1b2c3d4e5f",       // groups shifted
+      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5g",       // not hex
+      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.",      // dot without suffix
+      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M",     // kind without qualifier
+      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M256",  // qualifier too large
       "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M2x",
       "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.-1",
       "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f M255",
       "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M255x",
-      "4f3c2a10 9b7e-4d21-8c55-0a1b2c3d4e5f",
   };
   std::vector<Cookie> named;
   for (const char* text : junk) {
@@ -129,15 +124,9 @@ TEST(Cookie, JunkIsNullWhenStrictAndNameBasedOtherwise) {
 
 TEST(Cookie, NameBasedCookiesAreStableDistinctAndIgnoreSurroundingBlanks) {
   Cookie a("Reel 12", false);
-  EXPECT_EQ(a, Cookie(LightweightString<char>("Reel 12"), false));
   EXPECT_EQ(a, Cookie("  Reel 12\t", false));
   EXPECT_EQ(a.uuid().compare(Zr::UUID::fromName("Reel 12", 7)), 0);
-  EXPECT_NE(a, Cookie("Reel 13", false));
-  EXPECT_NE(a, Cookie("reel 12", false)) << "names are case-sensitive";
-  EXPECT_NE(a, Cookie("Reel  12", false));
-  // Derived, not random: the same bytes give the same UUID.
-  EXPECT_EQ(Zr::UUID::fromName("x", 1).compare(Zr::UUID::fromName("x", 1)), 0);
-  EXPECT_NE(Zr::UUID::fromName("x", 1).compare(Zr::UUID::fromName("y", 1)), 0);
+  for (const char* other : {"Reel 13", "reel 12", "Reel  12"}) EXPECT_NE(a, Cookie(other, false)) << other;
 }
 
 TEST(Cookie, RandomAndConvertedCookiesRoundTripThroughText) {
@@ -163,13 +152,6 @@ TEST(Cookie, RandomAndConvertedCookiesRoundTripThroughText) {
       }
     }
   }
-}
-
-TEST(Cookie, GeneratedCookiesAreDistinct) {
-  std::vector<Cookie> all;
-  for (int i = 0; i < 500; ++i) all.push_back(Cookie::generate());
-  std::sort(all.begin(), all.end(), CookieLess());
-  for (std::size_t i = 1; i < all.size(); ++i) EXPECT_LT(all[i - 1].compare(all[i]), 0);
 }
 
 TEST(Cookie, CompareIsATotalOrderByBytesThenKindThenQualifier) {

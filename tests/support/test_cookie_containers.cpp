@@ -45,7 +45,8 @@ TEST(Array, InternKeepsItemsSortedAndDistinctAndOwnsThem) {
       bool added;
       unsigned index;
     };
-    const Step steps[] = {{5, true, 0}, {2, true, 0}, {9, true, 2}, {5, false, 1}, {7, true, 2}, {2, false, 0}, {10, true, 4}};
+    const Step steps[] = {{5, true, 0}, {2, true, 0},  {9, true, 2}, {5, false, 1},
+                          {7, true, 2}, {2, false, 0}, {10, true, 4}};
     for (const Step& s : steps) {
       unsigned index = 99;
       EXPECT_EQ(a.intern(new Item(s.value, deaths), index), s.added) << s.value;
@@ -129,41 +130,6 @@ TEST(CookieSet, CopiesShareUntilOneChanges) {
   EXPECT_EQ(first.size(), 0);
   EXPECT_EQ(third.size(), 3) << "purging one copy leaves the others";
   EXPECT_EQ(second.size(), 3);
-
-  CookieSet empty;
-  empty.unshare();  // gives an empty set a representation of its own
-  EXPECT_EQ(empty.size(), 0);
-  EXPECT_TRUE(empty.add(a));
-  EXPECT_EQ(empty.size(), 1);
-}
-
-TEST(CookieSetRep, InitCloneAndIndex) {
-  Zr::Ptr<CookieSetRep> rep(new CookieSetRep());
-  Cookie k = Cookie::generate();
-  EXPECT_TRUE(rep->add(convertCookie(k, 'B', 2)));
-  EXPECT_TRUE(rep->add(convertCookie(k, 'B', 1)));
-  EXPECT_FALSE(rep->add(convertCookie(k, 'B', 1)));
-  ASSERT_EQ(rep->size(), 2);
-  EXPECT_EQ((*rep)[0].qualifier(), 1);
-  EXPECT_EQ((*rep)[1].qualifier(), 2);
-
-  Zr::Ptr<CookieSetRep> copy(rep->clone());
-  rep->init();
-  EXPECT_EQ(rep->size(), 0);
-  EXPECT_EQ(copy->size(), 2);
-  EXPECT_TRUE(copy->contains(convertCookie(k, 'B', 2)));
-}
-
-TEST(CookieVec, CopiesDoNotSeeEachOthersAppends) {
-  CookieVec v;
-  Cookie a = Cookie::generate(), b = Cookie::generate();
-  v.push_back(a);
-  CookieVec w = v;
-  w.push_back(b);
-  ASSERT_EQ(v.size(), 1u);
-  ASSERT_EQ(w.size(), 2u);
-  EXPECT_EQ(v[0], a);
-  EXPECT_EQ(w[1], b);
 }
 
 }  // namespace

@@ -13,12 +13,12 @@
 
 namespace {
 
-// Wraps the default allocator, counts live blocks and fails the Nth allocation (0: never).
+// Wraps the default allocator, counts live blocks and fails from the Nth allocation on (0: never).
 class FailingAllocator : public iAllocator {
  public:
   explicit FailingAllocator(long fail_at = 0) : fail_at_(fail_at) {}
   void* allocate(std::size_t size) override {
-    if (++calls_ == fail_at_) throw Zr::Exception::BadAlloc();
+    if (++calls_ >= fail_at_ && fail_at_ > 0) throw Zr::Exception::BadAlloc();
     void* block = defaultAllocator()->allocate(size);
     ++live_;
     return block;

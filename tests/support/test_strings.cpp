@@ -71,8 +71,10 @@ TEST(StringUtils, UIntFromString) {
   const struct {
     const char* text;
     unsigned expected;
-  } cases[] = {{"42", 42},       {" 7\t", 7},    {"4294967295", 4294967295u}, {"4294967296", 99}, {"-1", 99},
-               {"12a", 99},      {"", 99},       {"  ", 99},                  {"+3", 99},         {"007", 7}};
+  } cases[] = {{"42", 42},         {" 7\t", 7}, {"4294967295", 4294967295u},
+               {"4294967296", 99}, {"-1", 99},  {"12a", 99},
+               {"", 99},           {"  ", 99},  {"+3", 99},
+               {"007", 7}};
   for (const auto& c : cases) EXPECT_EQ(Zr::UIntFromString(c.text, 99), c.expected) << '"' << c.text << '"';
 }
 
@@ -95,8 +97,8 @@ TEST(StringUtils, Booleans) {
   const struct {
     const char* text;
     bool understood, value;
-  } cases[] = {{"true", true, true}, {" YES ", true, true}, {"Off", true, false}, {"t", true, true},
-               {"N", true, false},   {"1", true, true},     {"0", true, false},   {"maybe", false, false},
+  } cases[] = {{"true", true, true}, {" YES ", true, true},  {"Off", true, false}, {"t", true, true},
+               {"N", true, false},   {"1", true, true},      {"0", true, false},   {"maybe", false, false},
                {"", false, false},   {"truex", false, false}};
   for (const auto& c : cases) {
     bool value = !c.value;
@@ -109,9 +111,14 @@ TEST(StringUtils, PathsAndBlanks) {
   const struct {
     const wchar_t* path;
     const wchar_t* stem;
-  } paths[] = {{L"/a/b/clip.rak", L"clip"}, {L"clip", L"clip"},          {L".hidden", L".hidden"},
-               {L"/x/.hidden", L".hidden"}, {L"/x/a.b.c", L"a.b"},        {L"/dir.d/file", L"file"},
-               {L"", L""},                  {L"/a/b/", L""}};
+  } paths[] = {{L"/a/b/clip.rak", L"clip"},
+               {L"clip", L"clip"},
+               {L".hidden", L".hidden"},
+               {L"/x/.hidden", L".hidden"},
+               {L"/x/a.b.c", L"a.b"},
+               {L"/dir.d/file", L"file"},
+               {L"", L""},
+               {L"/a/b/", L""}};
   for (const auto& p : paths) EXPECT_TRUE(stripPathAndExt(p.path) == p.stem) << p.path;
 
   EXPECT_TRUE(isEssentiallyEmpty(S()));
@@ -137,9 +144,14 @@ TEST(StringUtils, Utf8) {
   const struct {
     const char* bytes;
     const wchar_t* decoded;
-  } broken[] = {{"a\xFF" "b", L"a\uFFFDb"},           {"\xE6\x97", L"\uFFFD"},
-                {"\xC0\xAF", L"\uFFFD\uFFFD"},        {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},
-                {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"}, {"\xE6\x97x", L"\uFFFDx"}};
+  } broken[] = {{"a\xFF"
+                 "b",
+                 L"a\uFFFDb"},
+                {"\xE6\x97", L"\uFFFD"},
+                {"\xC0\xAF", L"\uFFFD\uFFFD"},
+                {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},
+                {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"},
+                {"\xE6\x97x", L"\uFFFDx"}};
   for (const auto& c : broken) EXPECT_TRUE(fromUTF8(c.bytes) == c.decoded) << c.bytes;
 
   const wchar_t lone[] = {0xD800, 0};

@@ -1,0 +1,286 @@
+// TextFile: line splitting, byte-exact round trips, and saves that either complete or leave
+// the old file as it was with nothing else behind.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/TestUtil.h"
+#include "support/StringUtils.h"
+#include "support/TextFile.h"
+
+using namespace std::string_literals;
+using testutil::readFile;
+using testutil::TempDir;
+using testutil::writeFile;
+
+namespace {
+
+// A disk that forwards to the real one, with one chosen call failing, transfers cut short and
+// calls interrupted, and a count of descriptors left open.
+class SimulatedDisk : public iFileSystem {
+ public:
+  enum Fault { kNone, kWrite, kFsync, kClose, kRename };
+  Fault fault = kNone;
+  std::size_t max_transfer = 0;  // 0: whole transfers
+  bool interrupt = false;        // every other call first fails with EINTR
+  int open_fds = 0;
+
+  int open(const char* path, int flags, mode_t mode) override {
+    if (interrupted()) return -1;
+    int fd = real()->open(path, flags, mode);
+    if (fd >= 0) ++open_fds;
+    return fd;
+  }
+  ssize_t read(int fd, void* buffer, std::size_t size) override {
+    if (interrupted()) return -1;
+    return real()->read(fd, buffer, cut(size));
+  }
+  ssize_t write(int fd, const void* buffer, std::size_t size) override {
+    if (fault == kWrite) return fail(ENOSPC);
+    if (interrupted()) return -1;
+    return real()->write(fd, buffer, cut(size));
+  }
+  int fsync(int fd) override { return fault == kFsync ? fail(EIO) : real()->fsync(fd); }
+  int close(int fd) override {
+    --open_fds;
+    int result = real()->close(fd);
+    return fault == kClose ? fail(EIO) : result;
+  }
+  int fileSize(int fd, uint64_t& size) override { return real()->fileSize(fd, size); }
+  int rename(const char* from, const char* to) override {
+    return fault == kRename ? fail(EXDEV) : real()->rename(from, to);
+  }
+  int unlink(const char* path) override { return real()->unlink(path); }
+  int exists(const char* path) override { return real()->exists(path); }
+  int syncDirectory(const char* path) override { return real()->syncDirectory(path); }
+
+ private:
+  static iFileSystem* real() { return defaultFileSystem(); }
+  static int fail(int error) {
+    errno = error;
+    return -1;
+  }
+  bool interrupted() {
+    if (!interrupt || tick_++ % 2) return false;
+    errno = EINTR;
+    return true;
+  }
+  std::size_t cut(std::size_t size) const { return max_transfer && size > max_transfer ? max_transfer : size; }
+  unsigned tick_ = 0;
+};
+
+class UseDisk {
+ public:
+  explicit UseDisk(iFileSystem* fs) : previous_(setFileSystem(fs)) {}
+  ~UseDisk() { setFileSystem(previous_); }
+
+ private:
+  iFileSystem* previous_;
+};
+
+std::vector<std::string> names_in(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> lines_of(const TextFile& file) {
+  std::vector<std::string> lines;
+  for (unsigned i = 0; i < file.getNumLines(); ++i) {
+    LightweightString<char> copy = file[i];
+    EXPECT_EQ(std::string(copy.c_str(), copy.size()), std::string(file.line(i)));
+    lines.emplace_back(file.line(i));
+  }
+  return lines;
+}
+
+}  // namespace
+
+TEST(TextFile, LoadSplitsLines) {
+  const struct {
+    std::string bytes;
+    char separator;
+    bool keep_cr;
+    std::vector<std::string> lines;
+  } cases[] = {
+      {"", '\n', false, {}},
+      {"a", '\n', false, {"a"}},
+      {"a\n", '\n', false, {"a"}},
+      {"a\n\n", '\n', false, {"a", ""}},
+      {"\n", '\n', false, {""}},
+      {"a\r\nb\r\n", '\n', false, {"a", "b"}},
+      {"a\r\nb", '\n', false, {"a", "b"}},
+      {"a\r\r\nb\r", '\n', false, {"a\r", "b\r"}},
+      {"a\rb\n", '\n', false, {"a\rb"}},
+      {"a\r\nb\r\n", '\n', true, {"a\r", "b\r"}},
+      {"x\0y\n\xff\xfe\n"s, '\n', false, {"x\0y"s, "\xff\xfe"}},
+      {"a;b\r;", ';', false, {"a", "b"}},
+  };
+  TempDir dir;
+  for (const auto& c : cases) {
+    writeFile(dir.file("in.txt"), c.bytes);
+    TextFile file;
+    ASSERT_TRUE(file.load(dir.wfile("in.txt"), c.separator, c.keep_cr));
+    EXPECT_EQ(lines_of(file), c.lines) << testing::PrintToString(c.bytes);
+  }
+}
+
+TEST(TextFile, ReadingPastTheEndAndTheCursor) {
+  TempDir dir;
+  writeFile(dir.file("in.txt"), "one\ntwo\n");
+  TextFile file;
+  file.appendLine("stale");
+  file.setReadCursor(5);
+  ASSERT_TRUE(file.load(dir.wfile("in.txt"), '\n', false));
+  EXPECT_EQ(file.readCursor(), 0u);
+  EXPECT_EQ(file.takeLine(), "one");
+  EXPECT_EQ(file.takeLine(), "two");
+  EXPECT_EQ(file.takeLine(), "");
+  EXPECT_TRUE(file[2].empty());
+  EXPECT_TRUE(file[~0u].empty());
+
+  // A failed load leaves no lines behind.
+  EXPECT_FALSE(file.load(dir.wfile("missing.txt"), '\n', false));
+  EXPECT_EQ(file.getNumLines(), 0u);
+  ASSERT_TRUE(file.load(dir.wfile("in.txt"), '\n', false));
+  EXPECT_FALSE(file.load(testutil::wide(dir.path()), '\n', false));
+  EXPECT_EQ(file.getNumLines(), 0u);
+}
+
+TEST(TextFile, RoundTripsAreByteExact) {
+  TempDir dir;
+  writeFile(dir.file("crlf.kst"), "a\r\nb\r\n\r\nlast");
+  TextFile file;
+  ASSERT_TRUE(file.load(dir.wfile("crlf.kst"), '\n', false));
+  ASSERT_TRUE(file.save(dir.wfile("lf.kst"), TextFile::kEOL_LF));
+  EXPECT_EQ(readFile(dir.file("lf.kst")), "a\nb\n\nlast\n");
+  ASSERT_TRUE(file.save(dir.wfile("crlf.kst"), TextFile::kEOL_CRLF));
+  EXPECT_EQ(readFile(dir.file("crlf.kst")), "a\r\nb\r\n\r\nlast\r\n");
+  ASSERT_TRUE(file.save(dir.wfile("none.kst"), TextFile::kEOLNone));
+  EXPECT_EQ(readFile(dir.file("none.kst")), "ablast");
+
+  // Every byte value but the separator, NULs included; no line ends in a carriage return.
+  std::string binary;
+  for (int line = 0; line < 8; ++line) {
+    for (int b = line * 32; b < line * 32 + 32; ++b) {
+      if (b != '\n') binary += static_cast<char>(b);
+    }
+    binary += '\n';
+  }
+  writeFile(dir.file("binary.kst"), binary);
+  ASSERT_TRUE(file.load(dir.wfile("binary.kst"), '\n', false));
+  ASSERT_EQ(file.getNumLines(), 8u);
+  ASSERT_TRUE(file.save(dir.wfile("copy.kst"), TextFile::kEOL_LF));
+  EXPECT_EQ(readFile(dir.file("copy.kst")), binary);
+
+  // An empty file loads as no lines, and saving no lines empties the target.
+  writeFile(dir.file("empty.kst"), "");
+  ASSERT_TRUE(file.load(dir.wfile("empty.kst"), '\n', false));
+  EXPECT_EQ(file.getNumLines(), 0u);
+  ASSERT_TRUE(file.save(dir.wfile("copy.kst"), TextFile::kEOL_LF));
+  EXPECT_EQ(readFile(dir.file("copy.kst")), "");
+
+  // File names are handed to the system as UTF-8.
+  LightweightString<wchar_t> name = testutil::wide(dir.path());
+  name += L"/caf\u00E9.kst";
+  file.appendLine("x");
+  ASSERT_TRUE(file.save(name, TextFile::kEOL_LF));
+  EXPECT_EQ(readFile(dir.file("caf\xC3\xA9.kst")), "x\n");
+}
+
+TEST(TextFile, AppendingItsOwnLines) {
+  TextFile file;
+  file.appendLine(LightweightString<char>("take 1"));
+  for (int i = 0; i < 200; ++i) file.appendLine(file.line(static_cast<unsigned>(i)));
+  ASSERT_EQ(file.getNumLines(), 201u);
+  for (unsigned i = 0; i < file.getNumLines(); ++i) ASSERT_EQ(file.line(i), "take 1") << i;
+  file.appendLine(std::string_view());
+  EXPECT_EQ(file.getNumLines(), 202u);
+}
+
+TEST(TextFile, ShortTransfersAndInterruptedCalls) {
+  TempDir dir;
+  SimulatedDisk disk;
+  disk.max_transfer = 5;
+  disk.interrupt = true;
+  UseDisk use(&disk);
+
+  TextFile out;
+  std::string expected;
+  for (int i = 0; i < 2000; ++i) {
+    std::string line = "clip " + std::to_string(i) + ", reel A" + std::to_string(i % 7);
+    out.appendLine(line);
+    expected += line + "\n";
+  }
+  ASSERT_TRUE(out.save(dir.wfile("day.kst"), TextFile::kEOL_LF));
+  EXPECT_EQ(readFile(dir.file("day.kst")), expected);
+  TextFile in;
+  ASSERT_TRUE(in.load(dir.wfile("day.kst"), '\n', false));
+  EXPECT_EQ(lines_of(in), lines_of(out));
+  EXPECT_EQ(disk.open_fds, 0);
+}
+
+TEST(TextFile, FailedSaveLeavesTheOldFileAndNoTemporary) {
+  TextFile file;
+  file.appendLine("new contents");
+
+  for (auto fault : {SimulatedDisk::kWrite, SimulatedDisk::kFsync, SimulatedDisk::kClose, SimulatedDisk::kRename}) {
+    TempDir dir;
+    writeFile(dir.file("day.kst"), "old\n");
+    SimulatedDisk disk;
+    disk.fault = fault;
+    UseDisk use(&disk);
+    EXPECT_FALSE(file.save(dir.wfile("day.kst"), TextFile::kEOL_LF)) << fault;
+    EXPECT_EQ(readFile(dir.file("day.kst")), "old\n") << fault;
+    EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"day.kst"}) << fault;
+    EXPECT_EQ(disk.open_fds, 0) << fault;
+  }
+
+  // Refusals of the real system. Root writes into read-only folders, so a folder standing
+  // where the file should go and a folder that does not exist are tried as well.
+  TempDir dir;
+  std::filesystem::create_directory(dir.file("day.kst"));
+  EXPECT_FALSE(file.save(dir.wfile("day.kst"), TextFile::kEOL_LF));
+  EXPECT_TRUE(std::filesystem::is_directory(dir.file("day.kst")));
+  EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"day.kst"});
+
+  EXPECT_FALSE(file.save(dir.wfile("nowhere/day.kst"), TextFile::kEOL_LF));
+  EXPECT_FALSE(testutil::pathExists(dir.file("nowhere")));
+
+  if (geteuid() != 0) {
+    std::filesystem::create_directory(dir.file("locked"));
+    writeFile(dir.file("locked/day.kst"), "old\n");
+    chmod(dir.file("locked").c_str(), 0555);
+    EXPECT_FALSE(file.save(dir.wfile("locked/day.kst"), TextFile::kEOL_LF));
+    chmod(dir.file("locked").c_str(), 0755);
+    EXPECT_EQ(readFile(dir.file("locked/day.kst")), "old\n");
+    EXPECT_EQ(names_in(dir.file("locked")), std::vector<std::string>{"day.kst"});
+  }
+}
+
+TEST(TextFile, ConcurrentSavesToOneTarget) {
+  TempDir dir;
+  std::vector<std::string> contents(2);
+  auto saver = [&](int who) {
+    TextFile file;
+    for (int i = 0; i < 300; ++i) file.appendLine("writer " + std::to_string(who) + " line " + std::to_string(i));
+    for (int i = 0; i < 300; ++i)
+      contents[who] += "writer " + std::to_string(who) + " line " + std::to_string(i) + "\n";
+    for (int round = 0; round < 20; ++round) EXPECT_TRUE(file.save(dir.wfile("shared.kst"), TextFile::kEOL_LF));
+  };
+  std::thread a(saver, 0), b(saver, 1);
+  a.join();
+  b.join();
+  std::string final_text = readFile(dir.file("shared.kst"));
+  EXPECT_TRUE(final_text == contents[0] || final_text == contents[1]);
+  EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"shared.kst"});
+}
