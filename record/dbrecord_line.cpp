@@ -7,8 +7,9 @@
 // carriage returns; the reader turns every backslash-n into a line feed, keeps a double
 // backslash as two bytes, and loses white space at both ends of a field.
 
-#include <array>
+#include <bit>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -26,29 +27,28 @@ constexpr std::size_t kMaxFields = USHRT_MAX;
 // Room for a typical log line when the record brings none of its own.
 constexpr std::size_t kInitialFields = 32;
 
-// Bytes that end a run of plain text inside a field. The comma only ends a field outside
-// quotes; inside them the reader stores it itself.
-constexpr std::array<bool, 256> make_read_stops() {
-  std::array<bool, 256> stops{};
-  stops[static_cast<unsigned char>('"')] = true;
-  stops[static_cast<unsigned char>('\\')] = true;
-  stops[static_cast<unsigned char>(',')] = true;
-  return stops;
-}
-constexpr std::array<bool, 256> kReadStops = make_read_stops();
-
-// Bytes the writer does not copy as they are.
-constexpr std::array<bool, 256> make_write_escapes() {
-  std::array<bool, 256> escapes{};
-  escapes[static_cast<unsigned char>('"')] = true;
-  escapes[static_cast<unsigned char>('\n')] = true;
-  escapes[static_cast<unsigned char>('\r')] = true;
-  return escapes;
-}
-constexpr std::array<bool, 256> kWriteEscapes = make_write_escapes();
-
-inline bool in_table(const std::array<bool, 256>& table, char c) noexcept {
-  return table[static_cast<unsigned char>(c)];
+// The first of the three bytes A, B, C in [p, end), or end. Scans a word at a time: fields are
+// mostly plain text, and this scan is most of the reader's work.
+template <char A, char B, char C>
+const char* find_first_of(const char* p, const char* end) noexcept {
+  if constexpr (std::endian::native == std::endian::little) {
+    constexpr uint64_t kOnes = 0x0101010101010101ull;
+    constexpr uint64_t kHighs = 0x8080808080808080ull;
+    // High bit set in each byte of w that is zero; a byte above a zero byte may be flagged
+    // too, so only the lowest flag is exact, and that is the one taken.
+    constexpr auto zero_bytes = [](uint64_t w) { return (w - kOnes) & ~w & kHighs; };
+    while (end - p >= 8) {
+      uint64_t w;
+      std::memcpy(&w, p, sizeof w);
+      const uint64_t hits = zero_bytes(w ^ (kOnes * static_cast<unsigned char>(A))) |
+                            zero_bytes(w ^ (kOnes * static_cast<unsigned char>(B))) |
+                            zero_bytes(w ^ (kOnes * static_cast<unsigned char>(C)));
+      if (hits) return p + std::countr_zero(hits) / 8;
+      p += 8;
+    }
+  }
+  while (p != end && *p != A && *p != B && *p != C) ++p;
+  return p;
 }
 
 // Parses one field starting at `p` (which is not the end and not a control character) into
@@ -68,8 +68,8 @@ std::size_t parse_field(const char*& p, const char* end, char* buffer) noexcept 
     const std::size_t room = kMaxFieldLength - n;
     const std::size_t left = static_cast<std::size_t>(end - p);
     const char* run_end = p + (left < room ? left : room);
-    const char* q = p;
-    while (q != run_end && !in_table(kReadStops, *q)) ++q;
+    // The comma only ends a field outside quotes; inside them it is stored below.
+    const char* q = find_first_of<'"', '\\', ','>(p, run_end);
     std::memcpy(buffer + n, p, static_cast<std::size_t>(q - p));
     n += static_cast<std::size_t>(q - p);
     p = q;
@@ -164,8 +164,7 @@ bool dbrecord::write(TextFile& file) const {
     const char* p = field.c_str();
     const char* const end = p + field.size();
     while (p != end) {
-      const char* q = p;
-      while (q != end && !in_table(kWriteEscapes, *q)) ++q;
+      const char* q = find_first_of<'"', '\n', '\r'>(p, end);
       line.append(p, static_cast<std::size_t>(q - p));
       if (q == end) break;
       if (*q == '"') {

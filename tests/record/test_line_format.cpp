@@ -201,6 +201,34 @@ TEST(LineFormat, LongFieldsAreCutAndTheCutByteSkipped) {
   }
 }
 
+// Special bytes at every offset of a long field, between plain bytes of both halves of the
+// byte range, so that scanning several bytes at a time is checked at every alignment.
+TEST(LineFormat, SpecialBytesAtEveryOffset) {
+  const std::string filler = "ab\xe9" "cd\x80" "ef\xff" "gh";
+  const std::vector<std::pair<std::string, std::string>> specials = {
+      // byte as written in a line, byte as read back
+      {"\"\"", "\""}, {"\\n", "\n"}, {",", ","}, {"\\x", "\\x"}, {"\\\\", "\\\\"}};
+  for (std::size_t offset = 0; offset < 24; ++offset) {
+    std::string head, tail;
+    for (std::size_t i = 0; i < offset; ++i) head += filler[i % filler.size()];
+    for (std::size_t i = 0; i < 19; ++i) tail += filler[(i + 3) % filler.size()];
+    for (const auto& [written, read] : specials) {
+      Fields got;
+      const std::string line = "\"" + head + written + tail + "\",\"" + tail + "\"";
+      EXPECT_EQ(readLine(line, got), 2) << printable(line);
+      EXPECT_EQ(got, (Fields{head + read + tail, tail})) << printable(line);
+    }
+    // Unquoted, the comma ends the field wherever it sits.
+    Fields got;
+    EXPECT_EQ(readLine(head + "," + tail, got), 2) << offset;
+    EXPECT_EQ(got, (Fields{head, tail})) << offset;
+
+    EXPECT_EQ(writeFields({head + "\n" + tail, head + "\"" + tail + "\r"}),
+              "\"" + head + "\\n" + tail + "\",\"" + head + "\"\"" + tail + "\"")
+        << offset;
+  }
+}
+
 TEST(LineFormat, ALineOfManyCommasKeepsAtMost65535Fields) {
   Fields got;
   EXPECT_EQ(readLine(repeat(',', 70000), got), 70000);
