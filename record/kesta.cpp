@@ -1,12 +1,13 @@
 // kesta: construction and life cycle, columns, parameters, and typed field access by row.
 
+#include "record/kesta.h"
+
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "record/KestaRevision.h"
-#include "record/kesta.h"
 #include "support/Config.h"
 
 namespace {
@@ -40,10 +41,10 @@ kesta::kesta(const kesta& other, int copyRecords) {
   post_init();
   if (copyRecords) {
     // Through other's own row numbering: a database showing only its tagged records gives
-    // copies of those alone.
+    // copies of those alone. Rows without a record have nothing to copy.
     for (unsigned row = 0; row < other.get_num_records(); ++row) {
       Zr::Ptr<dbrecord> source = other.get_record(row);
-      records_.push_back(source ? Zr::Ptr<dbrecord>(new dbrecord(*source)) : Zr::Ptr<dbrecord>());
+      if (source) records_.push_back(Zr::Ptr<dbrecord>(new dbrecord(*source)));
     }
   }
   valid_ = 1;
@@ -57,10 +58,11 @@ kesta::kesta(const LightweightString<wchar_t>& fileName, int maxRecords, bool st
 
 kesta::~kesta() {
   // Callers may keep records after the database goes; they must not mark a dead database.
-  for (std::size_t row = 0; row < records_.size(); ++row) {
-    dbrecord* record = records_[row].get();
+  auto detach = [this](dbrecord* record) {
     if (record && record->get_container() == this) record->set_container(nullptr);
-  }
+  };
+  for (std::size_t row = 0; row < records_.size(); ++row) detach(records_[row].get());
+  for (const Zr::Ptr<dbrecord>& record : tagged_) detach(record.get());
 }
 
 void kesta::init() {

@@ -182,7 +182,7 @@ int kesta::findFirst(const char* field, const char* value, int length) {
     if (row != kNotFound) return static_cast<int>(row);
   }
   const unsigned column = get_fieldnum(LightweightString<char>(field));
-  if (static_cast<int>(column) < 0) return -1;
+  if (static_cast<int>(column) < 0 || column > 0xFFFFu) return -1;
   for (unsigned row = 0; row < get_num_records(); ++row) {
     if (row >= records_.size()) break;
     const dbrecord* record = records_[row].get();

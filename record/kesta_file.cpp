@@ -1,0 +1,298 @@
+// kesta: the database text file. Parameter lines ("KESTA:Rev 1" first), a four-line column
+// header (marker, widths, types, names), then one record line per record, every line in the
+// record line syntax; and plain comma-separated input for files named "*.csv".
+//
+// Whole files go through a TextFile: loaded with one read, saved atomically. Records are read
+// straight from the TextFile's lines, so a load holds the file once plus the records.
+
+#include <strings.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+#include "record/CharClass.h"
+#include "record/KestaRevision.h"
+#include "record/kesta.h"
+#include "support/Log.h"
+#include "support/StringUtils.h"
+
+namespace {
+
+constexpr unsigned kNotFound = 0xFFFFFFFFu;
+constexpr unsigned short kScratchFields = 24;
+// Each formatted name field of the header is cut to this many bytes.
+constexpr std::size_t kNameFieldLimit = 254;
+
+bool is_marker(const dbrecord& line) {
+  return line.get_num_fields() > 0 && strcasecmp(line.get_field(0), "KESTA") == 0;
+}
+
+const char* skip_space(const char* text) {
+  while (char_class::isAsciiSpace(*text)) ++text;
+  return text;
+}
+
+// "key:value" -> key and value (the value's leading blanks dropped). False for a text without
+// a colon or whose colon comes first: such parameter lines are skipped.
+bool split_parameter(const char* text, LightweightString<char>& key, LightweightString<char>& value) {
+  text = skip_space(text);
+  const char* colon = std::strchr(text, ':');
+  if (!colon || colon == text) return false;
+  key = LightweightString<char>(text, static_cast<std::size_t>(colon - text));
+  value = LightweightString<char>(skip_space(colon + 1));
+  return true;
+}
+
+int revision_of(const LightweightString<char>& value) {
+  const char* digits = value.c_str();
+  while (*digits && (*digits < '0' || *digits > '9')) ++digits;
+  return static_cast<int>(std::strtol(digits, nullptr, 10));
+}
+
+// The column a header-less file's name line gives: names mentioning a start or an end are
+// time codes.
+DBFieldTypes::eType guess_type(const char* name) {
+  std::string lowered(name);
+  for (char& c : lowered) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  const bool timecode = lowered.find("start") != std::string::npos || lowered.find("end") != std::string::npos;
+  return timecode ? DBFieldTypes::kTimecode : DBFieldTypes::kText;
+}
+
+bool has_csv_suffix(const LightweightString<wchar_t>& name) {
+  static const wchar_t kSuffix[] = L".csv";
+  constexpr std::size_t kLength = 4;
+  return name.size() >= kLength && std::wmemcmp(name.c_str() + name.size() - kLength, kSuffix, kLength) == 0;
+}
+
+// Splits at commas outside double quotes; pieces keep their quotes and blanks.
+std::vector<LightweightString<char>> split_csv_line(const LightweightString<char>& line) {
+  return Zr::convertIndicesToSubStrings(line, Zr::findSeparators(line, Zr::IsMatchingChar(','), true));
+}
+
+// The first line names the columns (all text_s); each further line that gives pieces becomes
+// a record. Pieces past the last column are dropped, missing ones leave fields empty.
+void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file) {
+  if (file.getNumLines() == 0) return;
+  for (const LightweightString<char>& name : split_csv_line(file[0])) {
+    fields.push_back(DBFieldDesc(name, DBFieldTypes::kTextS));
+  }
+  if (fields.empty()) return;
+  for (unsigned i = 1; i < file.getNumLines(); ++i) {
+    const std::vector<LightweightString<char>> pieces = split_csv_line(file[i]);
+    const std::size_t n = pieces.size() < fields.size() ? pieces.size() : fields.size();
+    if (n == 0) continue;
+    const unsigned row = db.add_records(1);
+    for (std::size_t f = 0; f < n; ++f) db.set_field(row, static_cast<unsigned>(f), pieces[f].c_str());
+  }
+}
+
+void append_quoted_list(std::string& line, std::size_t index, const char* text) {
+  if (index > 0) line += ',';
+  line += '"';
+  line += text;
+  line += '"';
+}
+
+// Writes every record of the full list, whatever the tag display mode, after storing its tag
+// in the "Tag" column, then saves the file. The tag goes in through the virtual row setter, so
+// a derived class sees the store in its own row numbering.
+int save_records(kesta& db, const RecordList& records, TextFile& file, const LightweightString<wchar_t>& name) {
+  const unsigned tag_column = db.get_fieldnum(LightweightString<char>("Tag"));
+  int written = 0;
+  char tag_text[8];
+  for (std::size_t row = 0; row < records.size(); ++row) {
+    Zr::Ptr<dbrecord> record = records[row];
+    if (!record) continue;  // an entry left empty by insert_records has nothing to write
+    if (tag_column != kNotFound) {
+      std::snprintf(tag_text, sizeof tag_text, "%u", static_cast<unsigned>(record->get_tag()));
+      db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
+    }
+    if (!record->write(file)) break;
+    ++written;
+  }
+  return file.save(name, TextFile::kEOL_LF) ? written : 0;
+}
+
+}  // namespace
+
+// -------------------------------------------------------------------------- saving
+
+int kesta::save_text() {
+  TextFile file;
+  save_params(file);
+  save_column_header(file, false);
+  return save_records(*this, records_, file, file_name_);
+}
+
+int kesta::save_text_without_header() {
+  TextFile file;
+  save_params(file);
+  save_column_header(file, true);
+  return save_records(*this, records_, file, file_name_);
+}
+
+// Keys and values go out as they are: a quote inside them is not doubled.
+void kesta::save_params(TextFile& file) {
+  std::string line;
+  for (const Zr::AttribValuePair& pair : params()) {
+    line.assign(1, '"');
+    line.append(pair.name().view());
+    line += ':';
+    line.append(pair.value().view());
+    line += '"';
+    file.appendLine(std::string_view(line));
+  }
+}
+
+void kesta::save_column_header(TextFile& file, bool namesOnly) {
+  std::string line;
+  if (!namesOnly) {
+    file.appendLine(std::string_view("\"KESTA\""));
+
+    // Widths are written for other readers; this reader ignores them.
+    for (unsigned f = 0; f < fields_.size(); ++f) {
+      const unsigned minimum = static_cast<unsigned>(getMinFieldSize(fields_[f].name.c_str()));
+      const unsigned used = get_fieldsize(f);
+      append_quoted_list(line, f, std::to_string(used > minimum ? used : minimum).c_str());
+    }
+    file.appendLine(std::string_view(line));
+
+    line.clear();
+    for (unsigned f = 0; f < fields_.size(); ++f) {
+      if (f > 0) line += ',';
+      line.append(fieldTypeToString(fields_[f].type).view());
+    }
+    file.appendLine(std::string_view(line));
+  }
+
+  line.clear();
+  char quoted[kNameFieldLimit + 1];
+  for (unsigned f = 0; f < fields_.size(); ++f) {
+    if (f > 0) line += ',';
+    // Names are not escaped, and a very long one loses its tail, closing quote included.
+    std::snprintf(quoted, sizeof quoted, "\"%s\"", fields_[f].name.c_str());
+    line += quoted;
+  }
+  file.appendLine(std::string_view(line));
+}
+
+// ------------------------------------------------------------------------- loading
+
+void kesta::loadFromFile(const LightweightString<wchar_t>& fileName, int maxRecords, bool strict) {
+  if (&fileName != &file_name_) set_filename(fileName);
+  loadFromFile(maxRecords, strict);
+}
+
+void kesta::loadFromFile(int maxRecords, bool strict) {
+  init();  // records already held stay
+  TextFile file;
+  if (!file.load(file_name_, '\n', false)) return;
+
+  if (has_csv_suffix(file_name_)) {
+    // Left as read: no post_init, no record limit, changed marks kept.
+    read_csv(*this, fields_, file);
+    valid_ = 1;
+    return;
+  }
+
+  dbrecord line(kScratchFields);
+  read_params(file, &line);
+  if (num_params() == 0) return;
+
+  if (is_marker(line)) {
+    dbrecord widths(0);
+    dbrecord types(0);
+    dbrecord names(0);
+    widths.read(file);
+    types.read(file);
+    names.read(file);
+    if (types.get_num_fields() != names.get_num_fields()) return;
+    for (unsigned short f = 0; f < names.get_num_fields(); ++f) {
+      fields_.push_back(DBFieldDesc(names.getField(f), fieldTypeFromString(types.getField(f))));
+    }
+  } else {
+    if (strict) {
+      valid_ = 0;
+      return;
+    }
+    // No header: the line that ended the parameters names the columns.
+    for (unsigned short f = 0; f < line.get_num_fields(); ++f) {
+      fields_.push_back(DBFieldDesc(line.getField(f), guess_type(line.get_field(f))));
+    }
+  }
+  valid_ = 1;
+  post_init();
+  add_text(file, 0, maxRecords);
+  clear_changed();
+}
+
+void kesta::read_params(TextFile& file, dbrecord* line) {
+  empty_params();
+  if (!line) return;
+  line->read(file);
+  if (line->get_num_fields() == 0 || strncasecmp(line->get_field(0), "KESTA:", 6) != 0) return;
+
+  LightweightString<char> key;
+  LightweightString<char> value;
+  split_parameter(line->get_field(0), key, value);
+  append_param(key, value);
+  revision_ = revision_of(value);
+  if (revision_ != kesta_revision::kCurrentLevel) {
+    dorp_printf("kesta::read_text:  Warning: kesta is revision %d, current level is %d\n", revision_,
+                kesta_revision::kCurrentLevel);
+  }
+
+  // Up to the header marker, or the end of the file. Pairs are appended as they come, so
+  // duplicates are kept.
+  line->read(file);
+  while (file.readCursor() <= file.getNumLines()) {
+    if (is_marker(*line)) break;
+    if (line->get_num_fields() > 0 && split_parameter(line->get_field(0), key, value)) append_param(key, value);
+    line->read(file);
+  }
+}
+
+int kesta::add_text(TextFile& file, int skipFirst, int maxRecords) {
+  if (maxRecords < 1) return 0;
+  const unsigned lines_left = file.getNumLines() > file.readCursor() ? file.getNumLines() - file.readCursor() : 0;
+  const unsigned expected =
+      lines_left < static_cast<unsigned>(maxRecords) ? lines_left : static_cast<unsigned>(maxRecords);
+  records_.reserve(records_.size() + expected);
+
+  int count = 0;
+  for (;;) {
+    Zr::Ptr<dbrecord> record = newRecord();
+    // A blank line ends the records as the end of the file does.
+    if (record->read(file) == 0) return count;
+    if (record->get_num_fields() != static_cast<uint16_t>(get_num_fields())) {
+      LogBoth("kesta::add_text: returning because not all fields filled\n");
+      return count;
+    }
+    if (count != 0 || skipFirst == 0) {
+      if (is_marker(*record)) {
+        // A repeated header (only a one-column database gets this far): the record takes the
+        // names line.
+        record->read(file);
+        record->read(file);
+        if (record->read(file) == 0) break;
+      }
+    } else if (record->read(file) == 0) {
+      break;  // the first line was to be skipped
+    }
+    records_.push_back(record);
+    if (++count == maxRecords) return count;
+  }
+  dorp_printf("kesta::add_text: returning because no more lines\n");
+  return count;
+}
+
+int kesta::load_text(int maxRecords) {
+  TextFile file;
+  if (!file.load(file_name_, '\n', false)) return 0;
+  return add_text(file, 1, maxRecords);
+}
