@@ -110,9 +110,16 @@ void kesta::sort(int direction, int caseInsensitive) {
 int dbr_cmp(void* a, void* b) {
   const dbrecord* ra = entry_at(a).get();
   const dbrecord* rb = entry_at(b).get();
-  bool blank_a = is_blank(ra);
-  bool blank_b = is_blank(rb);
-  if (blank_a || blank_b) return blank_a == blank_b ? 0 : (blank_a ? 1 : -1);
+  // A record with a value in the first key is not blank: the blank test, which reads every
+  // field, is needed only when a first value is empty or there are no keys.
+  const int first_key = cmp_fields[0];
+  if (first_key < 0 || ra == nullptr || rb == nullptr ||
+      ra->getField(static_cast<unsigned short>(first_key)).empty() ||
+      rb->getField(static_cast<unsigned short>(first_key)).empty()) {
+    bool blank_a = is_blank(ra);
+    bool blank_b = is_blank(rb);
+    if (blank_a || blank_b) return blank_a == blank_b ? 0 : (blank_a ? 1 : -1);
+  }
 
   for (const int* key = cmp_fields; *key >= 0; ++key) {
     auto field = static_cast<unsigned short>(*key);

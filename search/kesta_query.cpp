@@ -28,7 +28,8 @@ bool special_pair(const char* name, const char*& start, const char*& end) {
   return false;
 }
 
-// A date column holds seconds since the epoch; it is searched in its calendar form.
+// A date column holds seconds since the epoch; it is searched in its calendar form, ctime's
+// text in local time (taken through the reentrant form).
 LightweightString<char> calendar_text(const LightweightString<char>& stored) {
   std::time_t seconds = static_cast<std::time_t>(Zr::UIntFromString(stored, 0));
   char text[64];

@@ -166,7 +166,9 @@ TEST(Tags, TaggedIndexOfDerivedSource) {
   } maps[] = {{1, 0}, {3, 1}, {4, 2}, {7, 3}, {0, kAllBits}, {2, kAllBits}, {6, kAllBits}, {99, kAllBits}};
   for (const Map& m : maps) {
     EXPECT_EQ(db->get_new_row(m.raw), m.visible) << "raw " << m.raw;
-    if (m.visible != kAllBits) EXPECT_EQ(db->get_raw_row(m.visible), m.raw) << "visible " << m.visible;
+    if (m.visible != kAllBits) {
+      EXPECT_EQ(db->get_raw_row(m.visible), m.raw) << "visible " << m.visible;
+    }
   }
   EXPECT_EQ(db->get_raw_row(4), kAllBits);  // equal to the index size: passes the bound, finds nothing
   EXPECT_EQ(db->get_raw_row(5), kAllBits);

@@ -1,0 +1,216 @@
+// Whole-database operations on a generated log of 17 columns at 10,000, 100,000 and 1,000,000
+// records: sorting on two keys both ways, tagging by a substring query and by a time-code range,
+// tagging distinct reels, and deleting every third record (one deletion call and one
+// "recordsDeleted" message per tagged run). Each benchmark reports its growth with the record
+// count.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "record/kesta.h"
+#include "support/Notifier.h"
+
+namespace {
+
+// A database that can put its records into a random order again between runs.
+class BenchKesta : public kesta {
+ public:
+  using kesta::kesta;
+  void shuffle(std::mt19937& rng) {
+    Zr::Ptr<dbrecord>* first = records().contiguous();
+    std::shuffle(first, first + records().size(), rng);
+  }
+};
+
+enum Column : unsigned {
+  kCookie, kName, kReel, kScene, kShot, kStart, kEnd, kDuration, kSndReel, kSndStart, kSndEnd,
+  kStartKey, kEndKey, kWho, kDescription, kNotes, kTag, kColumnCount
+};
+
+const std::vector<DBFieldDesc>& columns() {
+  static const std::vector<DBFieldDesc> list = {
+      {"Cookie", DBFieldTypes::kText},        {"Name", DBFieldTypes::kText},
+      {"Reel", DBFieldTypes::kText},          {"Scene", DBFieldTypes::kText},
+      {"Shot", DBFieldTypes::kText},          {"Start time", DBFieldTypes::kTimecode},
+      {"End time", DBFieldTypes::kTimecode},  {"Duration", DBFieldTypes::kTimecode},
+      {"snd reel", DBFieldTypes::kText},      {"snd start", DBFieldTypes::kTimecode},
+      {"snd end", DBFieldTypes::kTimecode},   {"start keycode", DBFieldTypes::kText},
+      {"end keycode", DBFieldTypes::kText},   {"Who", DBFieldTypes::kText},
+      {"Description", DBFieldTypes::kText},   {"Notes", DBFieldTypes::kText},
+      {"Tag", DBFieldTypes::kText}};
+  return list;
+}
+
+LightweightString<char> format(const char* pattern, unsigned a, unsigned b = 0, unsigned c = 0, unsigned d = 0) {
+  char text[96];
+  int n = std::snprintf(text, sizeof text, pattern, a, b, c, d);
+  return LightweightString<char>(text, static_cast<std::size_t>(n));
+}
+
+LightweightString<char> timecode(unsigned frames) {
+  return format("%02u:%02u:%02u:%02u", frames / 90000 % 24, frames / 1500 % 60, frames / 25 % 60, frames % 25);
+}
+
+// Columns with few distinct values share their strings, as a loaded log's would not; sorting
+// and matching read the text either way.
+std::vector<LightweightString<char>> pool(const char* pattern, unsigned count) {
+  std::vector<LightweightString<char>> out;
+  for (unsigned i = 0; i < count; ++i) out.push_back(format(pattern, i, i % 7, i % 13));
+  return out;
+}
+
+Zr::Ptr<BenchKesta> generate(unsigned records) {
+  Zr::Ptr<BenchKesta> db(new BenchKesta(columns()));
+  std::mt19937 rng(records);
+  auto reels = pool("A%03u", 400);
+  auto sound_reels = pool("S%03u", 120);
+  auto scenes = pool("%u.%u", 300);
+  auto shots = pool("%u", 40);
+  auto who = pool("Camera %u", 8);
+  auto descriptions = pool("Wide shot %u, slow push in on take %u of %u", 60);
+  auto notes = pool("Good take %u; boom in frame at the end of %u (%u)", 90);
+  LightweightString<char> zero("0");
+  db->add_records(static_cast<int>(records));
+  for (unsigned r = 0; r < records; ++r) {
+    unsigned start = rng() % (24u * 90000u);
+    unsigned length = 50 + rng() % 3000;
+    unsigned key = rng() % 10000;
+    db->setField(r, kCookie, format("%08x-9b7e-4d21-8c55-%012x", rng(), r));
+    db->setField(r, kName, format("A%03u_C%03u_%06u", r % 400, r % 997, r));
+    db->setField(r, kReel, reels[rng() % reels.size()]);
+    db->setField(r, kScene, scenes[rng() % scenes.size()]);
+    db->setField(r, kShot, shots[rng() % shots.size()]);
+    db->setField(r, kStart, timecode(start));
+    db->setField(r, kEnd, timecode(start + length));
+    db->setField(r, kDuration, timecode(length));
+    db->setField(r, kSndReel, sound_reels[rng() % sound_reels.size()]);
+    db->setField(r, kSndStart, timecode(start));
+    db->setField(r, kSndEnd, timecode(start + length));
+    db->setField(r, kStartKey, format("KJ 12 3456 %04u+%02u", key, length % 16));
+    db->setField(r, kEndKey, format("KJ 12 3456 %04u+%02u", key + length / 16, length % 16));
+    db->setField(r, kWho, who[rng() % who.size()]);
+    db->setField(r, kDescription, descriptions[rng() % descriptions.size()]);
+    if (rng() % 4 != 0) db->setField(r, kNotes, notes[rng() % notes.size()]);
+    db->setField(r, kTag, zero);
+  }
+  return db;
+}
+
+// One generated log per size, kept for the whole run; benchmarks that change the order shuffle
+// it again outside the timed part.
+BenchKesta& logOf(unsigned records) {
+  static std::map<unsigned, Zr::Ptr<BenchKesta>> cache;
+  Zr::Ptr<BenchKesta>& slot = cache[records];
+  if (!slot) slot = generate(records);
+  return *slot;
+}
+
+void setQueryText(kesta& db, unsigned column, const char* text) {
+  Zr::Ptr<dbrecord> query = db.make_dummy_record();
+  query->set_field(static_cast<int>(column), text);
+  db.set_query(query.get());
+}
+
+void sortBench(benchmark::State& state, int direction) {
+  const unsigned n = static_cast<unsigned>(state.range(0));
+  BenchKesta& db = logOf(n);
+  std::mt19937 rng(7);
+  int keys[] = {kReel, kStart, -1};
+  for (auto _ : state) {
+    state.PauseTiming();
+    db.shuffle(rng);
+    db.set_sortfields(keys);
+    state.ResumeTiming();
+    db.sort(direction, 0);
+  }
+  state.SetComplexityN(n);
+}
+
+void BM_SortTwoKeysAscending(benchmark::State& state) { sortBench(state, 1); }
+void BM_SortTwoKeysDescending(benchmark::State& state) { sortBench(state, -1); }
+
+void tagBench(benchmark::State& state, unsigned column, const char* query) {
+  const unsigned n = static_cast<unsigned>(state.range(0));
+  BenchKesta& db = logOf(n);
+  setQueryText(db, column, query);
+  int matched = 0;
+  for (auto _ : state) {
+    matched = db.tag_matching_records(0);
+    benchmark::DoNotOptimize(matched);
+  }
+  if (matched <= 0 || static_cast<unsigned>(matched) >= n) state.SkipWithError("the query should match some records");
+  state.counters["matched"] = matched;
+  state.SetComplexityN(n);
+}
+
+void BM_TagMatchingSubstring(benchmark::State& state) { tagBench(state, kDescription, "push in on take 4"); }
+void BM_TagMatchingTimecodeRange(benchmark::State& state) { tagBench(state, kEnd, "03:2"); }
+
+void BM_TagAllDifferentReel(benchmark::State& state) {
+  const unsigned n = static_cast<unsigned>(state.range(0));
+  BenchKesta& db = logOf(n);
+  std::mt19937 rng(11);
+  int tagged = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    db.shuffle(rng);
+    state.ResumeTiming();
+    tagged = db.tag_all_different(kReel);
+  }
+  if (tagged != 400) state.SkipWithError("every reel should be tagged once");
+  db.set_all_tags(0);
+  state.SetComplexityN(n);
+}
+
+// A listener like a view's: it reads every row number of every message.
+class DeletionCounter {
+ public:
+  int onDeleted(const NotifyMsg& msg) {
+    for (NotifyMsgTokenIterator it(msg); it; ++it) ++rows;
+    ++messages;
+    return 0;
+  }
+  std::size_t rows = 0;
+  std::size_t messages = 0;
+};
+
+void BM_DeleteEveryThirdRecord(benchmark::State& state) {
+  const unsigned n = static_cast<unsigned>(state.range(0));
+  const BenchKesta& source = logOf(n);
+  const int deleted_type = NotifyMsgTypeDictionary::instance().intern("recordsDeleted");
+  unsigned deleted = 0;
+  DeletionCounter counter;
+  for (auto _ : state) {
+    state.PauseTiming();
+    Zr::Ptr<BenchKesta> db(new BenchKesta(source, 1));
+    for (unsigned r = 0; r < n; r += 3) db->set_tag(r, 1);
+    Zr::Ptr<Zr::Guard> guard = db->registerNotification(&counter, &DeletionCounter::onDeleted, deleted_type);
+    state.ResumeTiming();
+    deleted = db->delete_tagged_records();
+    state.PauseTiming();
+    guard = nullptr;
+    db = nullptr;
+    state.ResumeTiming();
+  }
+  if (deleted != (n + 2) / 3 || counter.rows != counter.messages) state.SkipWithError("unexpected deletion");
+  state.counters["runs"] = static_cast<double>(deleted);
+  state.SetComplexityN(n);
+}
+
+#define KESTA_STORE_BENCH(name) \
+  BENCHMARK(name)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->Complexity()
+
+KESTA_STORE_BENCH(BM_SortTwoKeysAscending);
+KESTA_STORE_BENCH(BM_SortTwoKeysDescending);
+KESTA_STORE_BENCH(BM_TagMatchingSubstring);
+KESTA_STORE_BENCH(BM_TagMatchingTimecodeRange);
+KESTA_STORE_BENCH(BM_TagAllDifferentReel);
+KESTA_STORE_BENCH(BM_DeleteEveryThirdRecord);
+
+}  // namespace
