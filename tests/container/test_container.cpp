@@ -2,7 +2,7 @@
 // files that are not containers.
 #include <gtest/gtest.h>
 
-#include "TestUtil.h"
+#include "common/TestUtil.h"
 #include "container/ZRContainerFile.h"
 #include "support/StringUtils.h"
 

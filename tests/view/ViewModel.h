@@ -1,0 +1,477 @@
+#ifndef KESTA_TESTS_VIEW_VIEWMODEL_H
+#define KESTA_TESTS_VIEW_VIEWMODEL_H
+// A reference model of a database and its views, written to be obviously right rather than
+// fast: the database is a vector of record identities, each view a flat vector of index
+// slots (row, tag) whose size is the capacity, every walk is the plain loop, and every
+// notifier a list of registrations delivered in order. Tests run the same operations on the
+// model and on the real classes and compare everything observable: rows, tags, capacities,
+// the records each row shows, and every message each listener hears, in order.
+//
+// The model follows the deletion protocol as the views implement it, not an ideal view: a
+// view chained on another hears each loss twice (the base view's removal and its summary),
+// and hears its database's deletions in database rows as well.
+//
+// Identities: every record carries an id; a database entry without a record is kNoRecord,
+// a record not yet labelled is kUnlabelled (the test labels new records after each step, in
+// row order, on both sides).
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace viewmodel {
+
+constexpr int kNoRecord = -1;
+constexpr int kUnlabelled = -2;
+constexpr int kDatabase = -1;  // object number of the database; views are 0, 1, ...
+
+struct Slot {
+  uint32_t row = 0;
+  uint8_t tag = 0;
+};
+
+class World {
+ public:
+  enum class Type { kDeleted, kChanged };
+
+  struct Registration {
+    int id;
+    bool probe;  // a test listener that logs what it hears
+    int target;  // the probed object, or the view whose callback this is
+    Type type;
+  };
+
+  struct View {
+    int base = -1;
+    bool attached = true;     // to the database
+    std::vector<Slot> slots;  // size() is the capacity
+    int count = 0;
+    int db_registration = -1;
+    int base_registration = -1;
+  };
+
+  std::vector<int> records;  // identities, database row order
+  std::vector<int> tags;     // database tags, by row (meaningless where no record)
+  std::vector<View> views;
+  std::vector<std::string> log;
+
+  explicit World(int rows) {
+    for (int i = 0; i < rows; ++i) {
+      records.push_back(next_id_++);
+      tags.push_back(0);
+    }
+  }
+
+  // ------------------------------------------------------------ names and probes
+  static std::string name(int object) { return object == kDatabase ? "db" : "v" + std::to_string(object); }
+  static const char* typeName(Type type) { return type == Type::kDeleted ? "recordsDeleted" : "recordsChanged"; }
+  static std::string entry(int object, Type type, const std::string& text) {
+    return name(object) + " " + typeName(type) + " [" + text + "]";
+  }
+
+  void addProbes(int object) {
+    listeners(object).push_back(Registration{next_registration_++, true, object, Type::kDeleted});
+    listeners(object).push_back(Registration{next_registration_++, true, object, Type::kChanged});
+  }
+
+  // A new view on the database: registers with it, then its probes register with the view.
+  int addView() {
+    views.push_back(View{});
+    const int v = static_cast<int>(views.size()) - 1;
+    views[v].db_registration = add(kDatabase, v);
+    addProbes(v);
+    return v;
+  }
+
+  // Gives every record without a label the next id, in database row order.
+  void label() {
+    for (int& id : records) {
+      if (id == kUnlabelled) id = next_id_++;
+    }
+  }
+
+  // ------------------------------------------------------------------- sources
+  int sourceCount(int v) const {
+    const View& view = views[v];
+    if (view.base >= 0) return views[view.base].count;
+    return view.attached ? static_cast<int>(records.size()) : 0;
+  }
+  bool hasSource(int v) const { return views[v].base >= 0 || views[v].attached; }
+
+  // The identity of the record a source row shows; kNoRecord when none.
+  int sourceRecord(int v, int64_t row) const {
+    const View& view = views[v];
+    if (view.base >= 0) {
+      if (row < 0 || row >= views[view.base].count) return kNoRecord;
+      return sourceRecord(view.base, views[view.base].slots[static_cast<std::size_t>(row)].row);
+    }
+    if (!view.attached || row < 0 || row >= static_cast<int64_t>(records.size())) return kNoRecord;
+    return records[static_cast<std::size_t>(row)];
+  }
+  int rowRecord(int v, int row) const {
+    if (row < 0 || row >= views[v].count) return kNoRecord;
+    return sourceRecord(v, views[v].slots[static_cast<std::size_t>(row)].row);
+  }
+
+  // --------------------------------------------------------------------- chaining
+  void chain(int v, int base) {
+    View& view = views[v];
+    if (base == view.base) return;
+    clear(v);
+    if (view.base >= 0) drop(view.base, view.base_registration);
+    view.base = base;
+    if (base < 0) return;
+    view.base_registration = add(base, v);
+  }
+
+  void clear(int v) {
+    views[v].slots.clear();
+    views[v].count = 0;
+  }
+
+  // --------------------------------------------------------------- the index array
+  void sizeFor(int v, int wanted, int copy_limit) {
+    std::vector<Slot>& slots = views[v].slots;
+    if (wanted == 0) {
+      slots.clear();
+      return;
+    }
+    const int target = std::max(wanted, 20);
+    const int capacity = static_cast<int>(slots.size());
+    int resized;
+    if (target <= capacity) {
+      resized = capacity <= 2 * target ? capacity : capacity / 2;
+    } else {
+      resized = std::max(2 * capacity, target);
+    }
+    if (resized == capacity) return;
+    std::vector<Slot> fresh(static_cast<std::size_t>(resized));
+    const int copied = resized < copy_limit ? target : copy_limit;
+    for (int i = 0; i < copied; ++i) fresh[static_cast<std::size_t>(i)] = slots[static_cast<std::size_t>(i)];
+    slots = fresh;
+  }
+
+  // Opens `count` slots at `at` (entries from `at` move up, last first) and writes rows.
+  void open(int v, int at, int count, const std::vector<uint32_t>& rows, uint32_t shift) {
+    View& view = views[v];
+    sizeFor(v, view.count + count, view.count);
+    for (int i = view.count - 1; i >= at; --i) {
+      Slot moved = view.slots[static_cast<std::size_t>(i)];
+      moved.row += shift;
+      view.slots[static_cast<std::size_t>(i + count)] = moved;
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i) view.slots[static_cast<std::size_t>(at) + i].row = rows[i];
+    view.count += count;
+  }
+
+  int clamp(int v, int at) const { return at < 0 ? 0 : std::min(at, views[v].count); }
+
+  void append(int v, uint32_t row) { open(v, views[v].count, 1, {row}, 0); }
+
+  void buildIndex(int v) {
+    views[v].count = 0;
+    if (!hasSource(v)) return;
+    for (int r = 0; r < sourceCount(v); ++r) append(v, static_cast<uint32_t>(r));
+  }
+
+  int displayRecordsAt(int v, int first, int count, int at) {
+    if (count < 0) return count;
+    std::vector<uint32_t> rows;
+    for (int i = 0; i < count; ++i) rows.push_back(static_cast<uint32_t>(first + i));
+    open(v, clamp(v, at), count, rows, 0);
+    return count;
+  }
+
+  void displayAll(int v) {
+    if (!hasSource(v)) return;
+    remove(v, 0, views[v].count);
+    displayRecordsAt(v, 0, sourceCount(v), 0);
+  }
+
+  int sourceTag(int v, int row) const {
+    const View& view = views[v];
+    if (view.base >= 0)
+      return row < views[view.base].count ? views[view.base].slots[static_cast<std::size_t>(row)].tag : 0;
+    return records[static_cast<std::size_t>(row)] == kNoRecord ? -1 : tags[static_cast<std::size_t>(row)];
+  }
+
+  int displayTagged(int v, int at) {
+    if (!hasSource(v)) return 0;
+    int tagged = 0;
+    for (int r = 0; r < sourceCount(v); ++r) tagged += sourceTag(v, r) != 0;
+    std::vector<uint32_t> rows;
+    for (int r = 0; r < sourceCount(v); ++r) {
+      if (sourceTag(v, r) != 0) rows.push_back(static_cast<uint32_t>(r));
+    }
+    open(v, clamp(v, at), tagged, rows, 0);
+    return tagged;
+  }
+
+  // ---------------------------------------------------------------- tags of views
+  void setTag(int v, int row, bool on) {
+    if (row >= 0 && row < views[v].count) views[v].slots[static_cast<std::size_t>(row)].tag = on;
+  }
+  bool tag(int v, int row) const {
+    return row >= 0 && row < views[v].count && views[v].slots[static_cast<std::size_t>(row)].tag;
+  }
+  void tagAll(int v, bool on) {
+    if (!hasSource(v)) return;
+    for (int i = 0; i < views[v].count; ++i) setTag(v, i, on);
+  }
+  void invertAll(int v) {
+    if (!hasSource(v)) return;
+    for (int i = 0; i < views[v].count; ++i) setTag(v, i, !tag(v, i));
+  }
+
+  // -------------------------------------------------------------------- removal
+  void remove(int v, int row, int count) {
+    View& view = views[v];
+    const int rows = view.count;
+    if (row < 0 || row >= rows) return;
+    if (count < 0) count = 0;
+    if (row + count > rows) {
+      count = rows - row;
+    } else {
+      for (int i = row; i + count < rows; ++i)
+        view.slots[static_cast<std::size_t>(i)] = view.slots[static_cast<std::size_t>(i + count)];
+    }
+    sizeFor(v, rows - count, rows);
+    view.count = rows - count;
+    std::string text;
+    for (int r = row; r < row + count; ++r) text += std::to_string(r) + " ";
+    issue(v, Type::kDeleted, text);
+  }
+
+  // The protocol, entry by entry.
+  void recordsDeleted(int v, const std::string& text) {
+    std::string summary;
+    int removed = 0;
+    int64_t k = 0;
+    std::size_t at = 0;
+    for (;;) {
+      while (at < text.size() && text[at] == ' ') ++at;
+      if (at >= text.size()) break;
+      const std::size_t end = text.find(' ', at);
+      const std::string token = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+      at = end == std::string::npos ? text.size() : end;
+      const int64_t named = std::strtol(token.c_str(), nullptr, 10) - k;
+      int j = 0;
+      while (j < views[v].count) {
+        Slot& slot = views[v].slots[static_cast<std::size_t>(j)];
+        if (static_cast<int64_t>(slot.row) > named) {
+          slot.row -= 1;
+          ++j;
+        } else if (static_cast<int64_t>(slot.row) == named) {
+          remove(v, j, 1);
+          summary += std::to_string(k + j - 1) + " ";
+          ++removed;
+        } else {
+          ++j;
+        }
+      }
+      ++k;
+    }
+    if (removed) {
+      issue(v, Type::kDeleted, summary);
+      issue(v, Type::kChanged, "");
+    }
+  }
+
+  // ------------------------------------------------------------- the database
+  void dbDelete(uint32_t first, uint32_t count) {
+    if (first >= records.size()) return;
+    if (count == 0) return;
+    const uint32_t removed = std::min<uint32_t>(count, static_cast<uint32_t>(records.size()) - first);
+    std::string text;
+    for (uint32_t r = first; r < first + removed; ++r) text += std::to_string(r) + " ";
+    records.erase(records.begin() + first, records.begin() + first + removed);
+    tags.erase(tags.begin() + first, tags.begin() + first + removed);
+    issue(kDatabase, Type::kDeleted, text);
+  }
+
+  void dbInsert(uint32_t at, uint32_t count) {
+    if (at > records.size()) return;
+    records.insert(records.begin() + at, count, kNoRecord);
+    tags.insert(tags.begin() + at, count, 0);
+    if (count > 0) records[at] = kUnlabelled;
+  }
+
+  uint32_t dbAdd(int count) {
+    const uint32_t before = static_cast<uint32_t>(records.size());
+    for (int i = 0; i < count; ++i) {
+      records.push_back(kUnlabelled);
+      tags.push_back(0);
+    }
+    return before;
+  }
+
+  void dbSetTag(int row, int value) {
+    if (row >= 0 && row < static_cast<int>(records.size()) && records[static_cast<std::size_t>(row)] != kNoRecord) {
+      tags[static_cast<std::size_t>(row)] = value & 0xFF;
+    }
+  }
+
+  int dbDeleteTagged() {
+    int deleted = 0;
+    int first = 0, length = 0, row = 0;
+    while (row < static_cast<int>(records.size())) {
+      const bool one = records[static_cast<std::size_t>(row)] != kNoRecord && tags[static_cast<std::size_t>(row)] == 1;
+      if (one) {
+        if (length == 0) first = row;
+        ++length;
+        ++row;
+      } else if (length) {
+        dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(length));
+        deleted += length;
+        length = 0;
+        row = first + 1;
+      } else {
+        ++row;
+      }
+    }
+    if (length) {
+      dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(length));
+      deleted += length;
+    }
+    return deleted;
+  }
+
+  // ------------------------------------------------------- deleting through views
+  int run(int v, int row, int n) const {
+    if (row >= n - 1) return 1;
+    int length = 1;
+    const std::vector<Slot>& s = views[v].slots;
+    while (length < n - row && static_cast<uint64_t>(s[static_cast<std::size_t>(row + length)].row) ==
+                                   static_cast<uint64_t>(s[static_cast<std::size_t>(row + length - 1)].row) + 1) {
+      ++length;
+    }
+    return length;
+  }
+
+  void deleteRecords(int v, int row, int count) {
+    for (;;) {
+      if (row < 0 || !hasSource(v)) return;
+      const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
+      if (n < 1) return;
+      const int length = run(v, row, n);
+      const uint32_t first = views[v].slots[static_cast<std::size_t>(row)].row;
+      if (views[v].base >= 0) {
+        deleteRecords(views[v].base, static_cast<int>(first), length);
+      } else {
+        dbDelete(first, static_cast<uint32_t>(length));
+      }
+      count = n - length;
+      if (count <= 0) return;
+    }
+  }
+
+  void removeFromBase(int v, int row, int count) {
+    for (;;) {
+      if (row < 0 || !hasSource(v)) return;
+      const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
+      if (n < 1) return;
+      if (views[v].base < 0) {
+        remove(v, row, n);
+        return;
+      }
+      const int length = run(v, row, n);
+      removeFromBase(views[v].base, static_cast<int>(views[v].slots[static_cast<std::size_t>(row)].row), length);
+      count = n - length;
+      if (count <= 0) return;
+    }
+  }
+
+  // The run walk of deleteTagged (deleting) and removeTagged / removeNonTagged.
+  int runs(int v, bool tagged, bool deleting) {
+    int total = 0, start = -1;
+    for (int i = 0; i < views[v].count; ++i) {
+      if (tag(v, i) == tagged) {
+        if (start < 0) start = i;
+      } else if (start >= 0) {
+        deleting ? deleteRecords(v, start, i - start) : removeFromBase(v, start, i - start);
+        total += i - start;
+        i = start;
+        start = -1;
+      }
+    }
+    if (start >= 0 && views[v].count > start) {
+      const int rest = views[v].count - start;
+      deleting ? deleteRecords(v, start, rest) : removeFromBase(v, start, rest);
+      total += rest;
+    }
+    return total;
+  }
+
+  void insertBlank(int v, int at, int count) {
+    if (!hasSource(v) || count < 0) return;
+    at = clamp(v, at);
+    uint32_t first;
+    if (at < views[v].count) {
+      first = views[v].slots[static_cast<std::size_t>(at)].row;
+      if (views[v].base >= 0) {
+        insertBlank(views[v].base, static_cast<int>(first), count);
+      } else {
+        dbInsert(first, static_cast<uint32_t>(count));
+      }
+    } else {
+      first = static_cast<uint32_t>(sourceCount(v));
+      if (views[v].base >= 0) {
+        insertBlank(views[v].base, views[views[v].base].count, count);
+      } else {
+        dbAdd(count);
+      }
+    }
+    std::vector<uint32_t> rows;
+    for (int i = 0; i < count; ++i) rows.push_back(first + static_cast<uint32_t>(i));
+    open(v, at, count, rows, static_cast<uint32_t>(count));
+  }
+
+ private:
+  std::vector<Registration>& listeners(int object) {
+    if (object == kDatabase) return db_listeners_;
+    if (view_listeners_.size() <= static_cast<std::size_t>(object))
+      view_listeners_.resize(static_cast<std::size_t>(object) + 1);
+    return view_listeners_[static_cast<std::size_t>(object)];
+  }
+
+  int add(int object, int view) {
+    const int id = next_registration_++;
+    listeners(object).push_back(Registration{id, false, view, Type::kDeleted});
+    return id;
+  }
+
+  void drop(int object, int id) {
+    std::vector<Registration>& list = listeners(object);
+    list.erase(std::remove_if(list.begin(), list.end(), [&](const Registration& r) { return r.id == id; }), list.end());
+  }
+
+  bool registered(int object, int id) {
+    for (const Registration& r : listeners(object)) {
+      if (r.id == id) return true;
+    }
+    return false;
+  }
+
+  void issue(int object, Type type, const std::string& text) {
+    const std::vector<Registration> snapshot = listeners(object);
+    for (const Registration& r : snapshot) {
+      if (r.type != type || !registered(object, r.id)) continue;
+      if (r.probe) {
+        log.push_back(entry(r.target, type, text));
+      } else {
+        recordsDeleted(r.target, text);
+      }
+    }
+  }
+
+  std::vector<Registration> db_listeners_;
+  std::vector<std::vector<Registration>> view_listeners_;
+  int next_id_ = 0;
+  int next_registration_ = 0;
+};
+
+}  // namespace viewmodel
+
+#endif

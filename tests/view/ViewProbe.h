@@ -1,0 +1,87 @@
+#ifndef KESTA_TESTS_VIEW_VIEWPROBE_H
+#define KESTA_TESTS_VIEW_VIEWPROBE_H
+// Helpers for view tests: a listener that logs every "recordsDeleted" and "recordsChanged"
+// an object issues, in the words of ViewModel's log, and a small database whose records carry
+// their identity in field 0 ("Id").
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "record/kesta.h"
+#include "view/KSTViewRep.h"
+#include "view/ViewModel.h"
+
+namespace viewprobe {
+
+inline int deletedType() {
+  return NotifyMsgTypeDictionary::instance().intern(LightweightString<char>("recordsDeleted"));
+}
+inline int changedType() {
+  return NotifyMsgTypeDictionary::instance().intern(LightweightString<char>("recordsChanged"));
+}
+
+// Listens to one notifier for both message types while it lives.
+class Probe {
+ public:
+  Probe(Notifier& notifier, int object, std::vector<std::string>& log) : object_(object), log_(log) {
+    deleted_ = notifier.registerNotification(this, &Probe::onDeleted, deletedType());
+    changed_ = notifier.registerNotification(this, &Probe::onChanged, changedType());
+  }
+  Probe(const Probe&) = delete;
+  Probe& operator=(const Probe&) = delete;
+
+  int onDeleted(const NotifyMsg& msg) {
+    log_.push_back(viewmodel::World::entry(object_, viewmodel::World::Type::kDeleted, msg.text().c_str()));
+    return 0;
+  }
+  int onChanged(const NotifyMsg& msg) {
+    log_.push_back(viewmodel::World::entry(object_, viewmodel::World::Type::kChanged, msg.text().c_str()));
+    return 0;
+  }
+
+ private:
+  int object_;
+  std::vector<std::string>& log_;
+  Zr::Ptr<Zr::Guard> deleted_;
+  Zr::Ptr<Zr::Guard> changed_;
+};
+
+// A database with the fields Id, Name and Tag and `rows` records whose Id is 0, 1, ...
+inline Zr::Ptr<kesta> makeDatabase(int rows) {
+  std::vector<DBFieldDesc> fields{
+      {"Id", DBFieldTypes::kText}, {"Name", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}};
+  Zr::Ptr<kesta> db(new kesta(fields));
+  db->add_records(rows);
+  for (int i = 0; i < rows; ++i) db->set_field(static_cast<unsigned>(i), 0u, std::to_string(i).c_str());
+  return db;
+}
+
+// The identity a record carries; viewmodel::kNoRecord for none.
+inline int identity(const Zr::Ptr<dbrecord>& record) {
+  if (!record) return viewmodel::kNoRecord;
+  const char* id = record->get_field(0);
+  return id && *id ? std::atoi(id) : viewmodel::kUnlabelled;
+}
+
+// Gives every record without an Id the next number, in row order; answers the next number.
+inline int label(kesta& db, int next) {
+  for (unsigned r = 0; r < db.get_num_records(); ++r) {
+    Zr::Ptr<dbrecord> record = db.get_record(r);
+    if (record && identity(record) == viewmodel::kUnlabelled) db.set_field(r, 0u, std::to_string(next++).c_str());
+  }
+  return next;
+}
+
+// The raw entries of a view, as "row:tag" words, for messages.
+inline std::string describe(KSTViewRep& view) {
+  std::string out;
+  for (int i = 0; i < static_cast<int>(view.get_num_records()); ++i) {
+    out += std::to_string(view.sourceRow(i)) + ":" + std::to_string(view.get_tag(static_cast<unsigned>(i))) + " ";
+  }
+  return out;
+}
+
+}  // namespace viewprobe
+
+#endif

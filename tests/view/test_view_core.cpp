@@ -1,0 +1,326 @@
+// The view core: construction and parameters, uses and destruction, mapping of rows through a
+// chain, the forwarded record-source operations with their deliberate quirks, the index's
+// capacity and slot contents, display operations, field specifications and copies.
+
+#include <gtest/gtest.h>
+
+#include "support/CookieContainers.h"
+#include "support/Log.h"
+#include "view/ViewProbe.h"
+
+namespace {
+
+using Log = std::vector<std::string>;
+
+struct Held {
+  explicit Held(KSTViewRep* v) : view(v) { view->addUse(); }
+  ~Held() { view->releaseUse(); }
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+  KSTViewRep* operator->() const { return view; }
+  KSTViewRep* view;
+};
+
+std::vector<int> shown(iKST& source) {
+  std::vector<int> ids;
+  for (unsigned r = 0; r < source.get_num_records(); ++r) ids.push_back(viewprobe::identity(source.get_record(r)));
+  return ids;
+}
+
+std::vector<std::string> params(KSTBase& object) {
+  std::vector<std::string> out;
+  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
+  return out;
+}
+
+TEST(ViewCore, NewViewIsEmptyAndCarriesTheDatabasesParameters) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(4);
+  db->set_filename(LightweightString<wchar_t>(L"day1.kst"));
+  Held plain(new KSTViewRep(db.get()));
+  EXPECT_EQ(plain->get_num_records(), 0u);
+  EXPECT_EQ(plain->get_num_fields(), 3u);
+  EXPECT_EQ(params(*plain.view), (std::vector<std::string>{"KESTA=Rev 1"}));
+  EXPECT_TRUE(plain->get_filename() == L"day1.kst");
+  EXPECT_EQ(plain->get_valid(), 1);
+
+  db->add_param("Mode", "x");
+  Held second(new KSTViewRep(db.get()));
+  EXPECT_EQ(params(*second.view), (std::vector<std::string>{"KESTA=Rev 1", "Mode=x"}));
+  // Chaining takes the base view's parameters instead; unchaining leaves none.
+  Held chained(new KSTViewRep(db.get()));
+  plain->add_param("Own", "1");
+  chained->baseView(plain.view);
+  EXPECT_EQ(params(*chained.view), (std::vector<std::string>{"KESTA=Rev 1", "Own=1"}));
+  chained->baseView(nullptr);
+  EXPECT_TRUE(params(*chained.view).empty());
+  chained->internRevision();
+  chained->internRevision();
+  EXPECT_EQ(params(*chained.view), (std::vector<std::string>{"KESTA=Rev 1"}));
+}
+
+TEST(ViewCore, UsesKeepViewsAliveAndReleaseDeregisters) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(3);
+  const std::size_t before = db->listenerCount();
+  KSTViewRep* base = new KSTViewRep(db.get());
+  base->addUse();
+  KSTViewRep* outer = new KSTViewRep(db.get());
+  outer->addUse();
+  outer->baseView(base);
+  EXPECT_EQ(db->listenerCount(), before + 2);
+  EXPECT_EQ(base->useCount(), 2u);
+  EXPECT_EQ(base->listenerCount(), 1u);
+  base->releaseUse();  // the chained view still holds it
+  EXPECT_EQ(base->useCount(), 1u);
+  base->displayAllRecords();
+  outer->displayAllRecords();
+  EXPECT_EQ(shown(*outer), (std::vector<int>{0, 1, 2}));
+  outer->releaseUse();  // destroys the outer view, which lets the base view go too
+  EXPECT_EQ(db->listenerCount(), before);
+
+  // A view handed out with no use dies at its first release.
+  KSTViewRep* loose = new KSTViewRep(db.get());
+  EXPECT_EQ(db->listenerCount(), before + 1);
+  loose->releaseUse();
+  EXPECT_EQ(db->listenerCount(), before);
+}
+
+TEST(ViewCore, RowsMapThroughTheChain) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(6);
+  Held base(new KSTViewRep(db.get()));
+  base->displayRecordsAt(2, 4, 0);  // database rows 2..5
+  Held outer(new KSTViewRep(db.get()));
+  outer->baseView(base.view);
+  outer->displayRecordsAt(3, 1, 0);
+  outer->displayRecordsAt(1, 1, 1);  // base rows 3, 1
+  EXPECT_EQ(outer->sourceRow(0), 3u);
+  EXPECT_EQ(outer->baseIndex(0), 5);
+  EXPECT_EQ(outer->baseIndex(1), 3);
+  EXPECT_EQ(outer->baseIndex(2), 0) << "out of range";
+  EXPECT_EQ(outer->sourceRow(2), ~0u);
+  EXPECT_EQ(outer->findViewIndexForBaseRow(1), 1u);
+  EXPECT_EQ(outer->findViewIndexForBaseRow(5), ~0u);
+  EXPECT_EQ(outer->find(db->get_record(3).get()), 1);
+  EXPECT_EQ(outer->find(db->get_record(4).get()), -1);
+  EXPECT_EQ(outer->find(nullptr), -1);
+  EXPECT_EQ((*outer.view)[1], db->get_record(3).get());
+  EXPECT_EQ((*outer.view)[-1], nullptr);
+  EXPECT_EQ(outer->make_dummy_record()->get_container(), nullptr);
+  EXPECT_EQ(outer->make_dummy_record()->get_num_fields(), 3);
+}
+
+TEST(ViewCore, ForwardsReachTheMappedRowExceptWhereTheyMustNot) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(4);
+  db->set_field(0, 1u, "abc");
+  db->set_field(2, 1u, "ab");
+  Held view(new KSTViewRep(db.get()));
+  view->displayRecordsAt(2, 2, 0);  // rows 2, 3
+  EXPECT_TRUE(view->set_field(1, 1u, "zz") != 0);
+  EXPECT_STREQ(db->getField(3, 1).c_str(), "zz");
+  EXPECT_TRUE(view->set_field(0, 1u, 12));
+  int number = 0;
+  EXPECT_TRUE(view->in_field(0, 1u, number));
+  EXPECT_EQ(number, 12);
+  EXPECT_FALSE(view->set_field(2, 1u, 5)) << "no row 2 in the view";
+  EXPECT_STREQ(view->getField(1, 1).c_str(), "zz");
+  EXPECT_STREQ(view->getField(7, 1).c_str(), "");
+  EXPECT_STREQ(view->get_fieldname(1), "Name");
+  EXPECT_EQ(view->get_fieldnum("TAG"), 2u);
+  // findFirst searches the source from its first row for the whole value, and answers a
+  // source row: callers rely on the start and length being ignored.
+  EXPECT_EQ(view->findFirst("Name", "abc", 0), 0);
+  EXPECT_EQ(view->findFirst("Name", "a", 1), -1);
+  EXPECT_EQ(db->findFirst("Name", "a", 1), 0);
+  // Showing only tagged rows removes the others from the view; the flag itself stays 0.
+  view->set_tag(1, 1);
+  view->set_show_tags_only(1);
+  EXPECT_EQ(view->get_num_records(), 1u);
+  EXPECT_EQ(view->get_show_tags_only(), 0);
+  EXPECT_EQ(view->delete_tagged_records(), 0u);
+  EXPECT_EQ(view->get_num_records(), 0u);
+  EXPECT_EQ(db->get_num_records(), 4u);
+  EXPECT_EQ(view->save_text(), 0);
+
+  Held detached(new KSTViewRep(nullptr));
+  detached->displayRecordsAt(0, 2, 0);
+  EXPECT_EQ(detached->get_num_fields(), 0u);
+  EXPECT_EQ(detached->baseIndex(0), 0);
+  EXPECT_EQ(detached->find(db->get_record(0).get()), -1);
+  EXPECT_FALSE(detached->set_field(0, 1u, 3));
+  EXPECT_EQ(detached->get_record(0), nullptr);
+  EXPECT_EQ(detached->get_valid(), 0);
+  EXPECT_EQ(detached->findFirst("Name", "abc", 0), -1);
+  EXPECT_EQ(detached->make_dummy_record(), nullptr);
+}
+
+TEST(ViewCore, RemoveAnnouncesTheViewRowsItTakes) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(5);
+  Held view(new KSTViewRep(db.get()));
+  view->displayAllRecords();
+  Log log;
+  viewprobe::Probe probe(*view.view, 0, log);
+  view->remove(2, 10);
+  view->remove(2, 1);
+  view->remove(-1, 1);
+  view->remove(0, 0);
+  EXPECT_EQ(log, (Log{"v0 recordsDeleted [2 3 4 ]", "v0 recordsDeleted []"}));
+  EXPECT_EQ(shown(*view.view), (std::vector<int>{0, 1}));
+  EXPECT_EQ(db->get_num_records(), 5u);
+}
+
+TEST(ViewCore, CapacityAndTheTagsNewEntriesFindInTheirSlots) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(50);
+  Held view(new KSTViewRep(db.get()));
+  EXPECT_EQ(view->capacity(), 0);
+  std::vector<int> capacities;
+  for (unsigned r = 0; r < 45; ++r) {
+    view->append(r);
+    capacities.push_back(view->capacity());
+  }
+  EXPECT_EQ(capacities[0], 20);
+  EXPECT_EQ(capacities[20], 40);
+  EXPECT_EQ(capacities[44], 80);
+  view->remove(0, 30);  // 15 rows left: 80 > 2 * 20, halved once
+  EXPECT_EQ(view->capacity(), 40);
+  view->clear();
+  EXPECT_EQ(view->capacity(), 0);
+  EXPECT_EQ(view->get_num_records(), 0u);
+
+  // Entries written by a display keep the tag their slot held.
+  view->displayRecordsAt(0, 3, 0);
+  view->set_tag(0, 1);
+  view->displayRecordsAt(10, 1, 0);
+  EXPECT_EQ(view->get_tag(0), 1) << "the slot of row 0 was tagged";
+  EXPECT_EQ(view->get_tag(1), 1) << "the tagged entry moved up";
+  // A removed entry leaves its slot behind the live rows; appending finds its tag there.
+  view->set_tag(0, 0);
+  view->set_tag(3, 1);  // the last row
+  view->remove(0, 1);
+  EXPECT_EQ(view->get_num_records(), 3u);
+  view->displayRecordsAt(20, 1, 3);
+  EXPECT_EQ(view->get_tag(3), 1);
+  view->buildIndex();
+  EXPECT_EQ(view->get_num_records(), 50u);
+  EXPECT_EQ(view->get_tag(0), 1) << "rebuilding keeps the slots' tags";
+}
+
+TEST(ViewCore, DisplayOperations) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(10);
+  Held view(new KSTViewRep(db.get()));
+  view->displayRecordsAt(0, 4, 0);
+  EXPECT_EQ(view->displayRecordsAt(5, 3, 100), 3);
+  EXPECT_EQ(shown(*view.view), (std::vector<int>{0, 1, 2, 3, 5, 6, 7}));
+  EXPECT_EQ(view->displayMatchAt("Id", "9", -4), 1);
+  EXPECT_EQ(view->displayMatchAt("Id", "nothing", 0), 0);
+  EXPECT_EQ(shown(*view.view).front(), 9);
+
+  // Another view's records not shown yet, as database rows, only on a view with no base.
+  Held other(new KSTViewRep(db.get()));
+  other->displayRecordsAt(8, 1, 0);
+  other->displayRecordsAt(0, 1, 1);
+  other->displayRecordsAt(8, 1, 2);  // 8, 0, 8: the second 8 is shown by then
+  EXPECT_EQ(view->displayAllFromAt(other.view, 1), 1);
+  EXPECT_EQ(shown(*view.view), (std::vector<int>{9, 8, 0, 1, 2, 3, 5, 6, 7}));
+  Held chained(new KSTViewRep(db.get()));
+  chained->baseView(view.view);
+  EXPECT_EQ(chained->displayAllFromAt(other.view, 0), 0);
+  Zr::Ptr<kesta> elsewhere = viewprobe::makeDatabase(3);
+  Held foreign(new KSTViewRep(elsewhere.get()));
+  foreign->displayAllRecords();
+  EXPECT_EQ(view->displayAllFromAt(foreign.view, 0), 0);
+}
+
+TEST(ViewCore, DisplayByIdentifier) {
+  std::vector<DBFieldDesc> fields{{"Cookie", DBFieldTypes::kText}, {"Id", DBFieldTypes::kText}};
+  Zr::Ptr<kesta> db(new kesta(fields));
+  std::vector<Cookie> ids;
+  for (int i = 0; i < 4; ++i) ids.push_back(Cookie::generate());
+  for (const Cookie& id : ids) db->addRecord(id);
+  CookieVec wanted;
+  wanted.push_back(ids[2]);
+  wanted.push_back(Cookie::generate());
+  wanted.push_back(ids[0]);
+  Held view(new KSTViewRep(db.get()));
+  EXPECT_EQ(view->displayRecordsAt(wanted, 0), 2);
+  EXPECT_EQ(view->sourceRow(0), 2u);
+  EXPECT_EQ(view->sourceRow(1), 0u);
+  CookieSet set;
+  set.add(ids[1]);
+  set.add(ids[3]);
+  EXPECT_EQ(view->displayRecordsAt(set, 1), 2);
+  EXPECT_EQ(view->get_num_records(), 4u);
+  EXPECT_EQ(view->sourceRow(0), 2u);
+  EXPECT_EQ(view->sourceRow(3), 0u);
+}
+
+TEST(ViewFieldSpec, NamesBecomeReferencesAndUnknownOnesAreReported) {
+  std::vector<DBFieldDesc> fields{{"Name", DBFieldTypes::kText}, {"Scene", DBFieldTypes::kText}};
+  Zr::Ptr<kesta> db(new kesta(fields));
+  CapturingLogSink capture;
+  Held view(new KSTViewRep(db.get(), "Name,,Tape\tScene,"));
+  EXPECT_EQ(capture.text(), "Warning: KSTView::fieldSpec, non-existant fieldname \"Tape\".\n");
+  GrowString out;
+  view->asString(out);
+  EXPECT_STREQ(out.c_str(), "fieldSpec: Name,,Tape\tScene,\nfields: (Name Scene)\n");
+  EXPECT_EQ(view->dbFieldIndex("Scene"), 1);
+  EXPECT_EQ(view->dbFieldIndex("name"), -1);
+
+  // A second call pushes in front of the old list and turns the whole list round.
+  Held twice(new KSTViewRep(db.get(), "Name,Scene"));
+  twice->fieldSpec("Name");
+  GrowString list;
+  twice->fieldList()->asString(list);
+  EXPECT_STREQ(list.c_str(), "(Scene Name Name)");
+  EXPECT_STREQ(twice->fieldSpec(), "Name");
+
+  const char* names[] = {"Scene", "Name", nullptr};
+  Held listed(new KSTViewRep(db.get(), names));
+  EXPECT_STREQ(listed->fieldSpec(), "Scene,Name,");
+  Held identity(new KSTViewRep(db.get(), static_cast<const char*>(nullptr)));
+  EXPECT_STREQ(identity->fieldSpec(), "Name,Scene");
+
+  Zr::Ptr<kesta> bare(new kesta(std::vector<DBFieldDesc>{}));
+  Held empty(new KSTViewRep(bare.get()));
+  GrowString first_line;
+  empty->asString(first_line);
+  EXPECT_STREQ(first_line.c_str(), "fieldSpec: \n");
+  EXPECT_EQ(empty->fieldList(), nullptr);
+  EXPECT_EQ(empty->dbFieldIndex("Name"), -1);
+}
+
+TEST(ViewCopy, CopiesShareTheDatabaseOrStandOnAPrivateOne) {
+  Zr::Ptr<kesta> db = viewprobe::makeDatabase(5);
+  Held view(new KSTViewRep(db.get()));
+  view->displayRecordsAt(3, 2, 0);
+  view->displayRecordsAt(0, 1, 2);  // rows 3, 4, 0
+  view->set_tag(1, 1);
+  Held copy(view->copy());
+  EXPECT_EQ(shown(*copy.view), (std::vector<int>{3, 4, 0}));
+  EXPECT_EQ(copy->get_tag(1), 1);
+  EXPECT_EQ(copy->countTags(), 1);
+
+  // A chained view's copy shows every row of the base view, with the tags laid by position.
+  Held outer(new KSTViewRep(db.get()));
+  outer->baseView(view.view);
+  outer->displayRecordsAt(2, 1, 0);
+  outer->set_tag(0, 1);
+  Held chained_copy(outer->copy());
+  EXPECT_EQ(chained_copy->baseViewRep(), view.view);
+  EXPECT_EQ(shown(*chained_copy.view), (std::vector<int>{3, 4, 0}));
+  EXPECT_EQ(chained_copy->get_tag(0), 1);
+
+  // A copy on a private database stays as it was when the first database loses records.
+  Held apart(outer->copyWithNewBaseView());
+  EXPECT_NE(apart->database(), db.get());
+  EXPECT_EQ(apart->baseViewRep(), nullptr);
+  EXPECT_EQ(shown(*apart.view), (std::vector<int>{0}));
+  EXPECT_EQ(apart->get_tag(0), 1);
+  db->delete_records(0, 5);
+  EXPECT_EQ(shown(*apart.view), (std::vector<int>{0}));
+  EXPECT_EQ(view->get_num_records(), 0u);
+
+  Held detached(new KSTViewRep(nullptr));
+  EXPECT_EQ(detached->copy(), nullptr);
+  EXPECT_EQ(detached->copyWithNewBaseView(), nullptr);
+}
+
+}  // namespace

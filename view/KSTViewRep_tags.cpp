@@ -1,0 +1,151 @@
+// KSTViewRep: the view's own tag flags, tagging by query and by duplicate value, tag subviews
+// and sorting the index.
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+#include "support/SystemWatchdog.h"
+#include "view/KSTViewRep.h"
+
+namespace {
+
+// The comparison of a view sort reads these; like the database sort's keys they are
+// process-wide, so one sort runs at a time.
+int sort_field_slot = 0;
+KSTViewRep* sort_view_slot = nullptr;
+
+int compareEntries(const void* a, const void* b) {
+  iKST* source = sort_view_slot->db();
+  Zr::Ptr<dbrecord> first = source->get_record(static_cast<const ViewIndex::Entry*>(a)->row);
+  Zr::Ptr<dbrecord> second = source->get_record(static_cast<const ViewIndex::Entry*>(b)->row);
+  if (!first || !second) return 0;
+  return sort_field_slot < 0 ? dbr_backcmp(&first, &second) : dbr_cmp(&first, &second);
+}
+
+}  // namespace
+
+bool KSTViewRep::tag(int row) { return inRange(row) && index_.tag(row) != 0; }
+
+bool KSTViewRep::notTagged(int row) { return !tag(row); }
+
+void KSTViewRep::set_tag(unsigned row, int on) {
+  const int r = static_cast<int>(row);
+  if (inRange(r)) index_.setTag(r, on != 0 ? 1 : 0);
+}
+
+void KSTViewRep::invert_tag(unsigned row) {
+  const int r = static_cast<int>(row);
+  if (inRange(r)) index_.setTag(r, index_.tag(r) ? 0 : 1);
+}
+
+int KSTViewRep::get_tag(unsigned row) { return tag(static_cast<int>(row)) ? 1 : 0; }
+
+int KSTViewRep::get_num_tags() { return countTags(); }
+
+void KSTViewRep::set_all_tags(int on) { tagAll(on != 0); }
+
+void KSTViewRep::invert_all_tags() { invertAllTags(); }
+
+void KSTViewRep::tagAll(bool on) {
+  if (!db()) return;
+  for (int i = 0; i < index_.size(); ++i) set_tag(static_cast<unsigned>(i), on);
+}
+
+void KSTViewRep::invertAllTags() {
+  if (!db()) return;
+  for (int i = 0; i < index_.size(); ++i) set_tag(static_cast<unsigned>(i), !tag(i));
+}
+
+int KSTViewRep::countTags() const { return db() ? index_.countTags() : 0; }
+
+int KSTViewRep::tagMatches(int keep) {
+  iKST* source = db();
+  if (!source || index_.size() == 0) return 0;
+  int matches = 0;
+  for (int i = 0; i < index_.size(); ++i) {
+    if (source->match_record(static_cast<int>(index_.row(i))) != 0) {
+      set_tag(static_cast<unsigned>(i), 1);
+      ++matches;
+    } else if (keep == 0) {
+      set_tag(static_cast<unsigned>(i), 0);
+    }
+  }
+  return matches;
+}
+
+int KSTViewRep::tagDuplicatesOrdered(int field) {
+  if (index_.size() < 2) return 0;
+  const auto text = [&](int row) {
+    const dbrecord* record = (*this)[row];
+    const char* value = record ? record->get_field(static_cast<unsigned short>(field)) : nullptr;
+    return value ? value : "";
+  };
+  int anchor = 0;
+  int tagged = 0;
+  for (int j = 1; j < index_.size(); ++j) {
+    if (strcasecmp(text(anchor), text(j)) != 0) {
+      anchor = j;
+    } else {
+      set_tag(static_cast<unsigned>(j), 1);
+      ++tagged;
+    }
+  }
+  return tagged;
+}
+
+int KSTViewRep::tagDuplicates(int field) {
+  KSTViewRep* sorted = new KSTViewRep(db_, field_spec_);
+  sorted->baseView(this);
+  sorted->displayAllRecords();
+  sorted->set_sortfield(field);
+  sorted->sort(1, 0);
+  const int tagged = sorted->tagDuplicatesOrdered(field);
+  sorted->tagBaseFromTags();
+  // Releases the temporary view's use of this one, which destroys this view unless a handle
+  // holds it: touch no member after this.
+  delete sorted;
+  return tagged;
+}
+
+void KSTViewRep::tagBaseFromTags() {
+  iKST* source = db();
+  if (!source) return;
+  for (int i = 0; i < index_.size(); ++i) source->set_tag(index_.row(i), index_.tag(i) ? 1 : 0);
+}
+
+KSTViewRep* KSTViewRep::newTagSubview() {
+  if (!db_) return nullptr;
+  KSTViewRep* subview = new KSTViewRep(db_, field_spec_);
+  subview->baseView(this);
+  subview->displayTaggedRecordsAt(0);
+  return subview;
+}
+
+int KSTViewRep::tag_matching_records(int) { return tagMatches(0); }
+
+int KSTViewRep::tag_all_different(int field) {
+  tagDuplicates(field);
+  invertAllTags();
+  return get_num_tags();
+}
+
+void KSTViewRep::set_show_tags_only(int) { removeNonTagged(); }
+
+int KSTViewRep::get_show_tags_only() { return 0; }
+
+// The keys are the database's sort fields; `field` reaches the source's sortPrepare as it
+// comes and its sign picks the comparator.
+void KSTViewRep::sort(int field, int order) {
+  SystemWatchdog::Scope life_support;
+  iKST* source = db();
+  if (!source) return;
+  sort_field_slot = field;
+  source->sortPrepare(field, order);
+  sort_view_slot = this;
+  std::vector<ViewIndex::Entry> entries = index_.entries();
+  if (!entries.empty()) std::qsort(entries.data(), entries.size(), sizeof(ViewIndex::Entry), compareEntries);
+  index_.assign(entries);
+}
