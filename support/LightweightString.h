@@ -82,7 +82,7 @@ class LightweightString {
   void resizeFor(unsigned length) {
     uint32_t keep = size() < length ? size() : length;
     Body* fresh = make_body(length);
-    if (keep) std::memcpy(fresh->chars, c_str(), keep * sizeof(T));
+    if (body_ && keep) std::memcpy(fresh->chars, body_->chars, keep * sizeof(T));
     fresh->chars[keep] = T(0);
     fresh->length = keep;
     drop();
@@ -98,7 +98,7 @@ class LightweightString {
       if (grown < wanted) grown = wanted;
       // `text` may point into our own body: copy it before letting the old body go.
       Body* fresh = make_body(grown);
-      if (old) std::memcpy(fresh->chars, c_str(), old * sizeof(T));
+      if (body_ && old) std::memcpy(fresh->chars, body_->chars, old * sizeof(T));
       std::memcpy(fresh->chars + old, text, n * sizeof(T));
       fresh->length = wanted;
       fresh->chars[wanted] = T(0);

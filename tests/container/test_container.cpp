@@ -89,6 +89,7 @@ TEST_F(ContainerTest, ReaderOnFilesThatAreNotContainers) {
 
 TEST_F(ContainerTest, SavingOverAnExistingFileGoesThroughTemporary) {
   ZRContainerFile::Writer w(kFields);
+  w.setName("Bin");  // a file without parameters would not load back
   w.addItem(Cookie::generate());
   w.save(dir_.wfile("bin.sg"));
   EXPECT_EQ(w.database().get_filename(), dir_.wfile("bin.sg"));  // new file: written directly
