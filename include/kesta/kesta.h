@@ -28,4 +28,10 @@
 #include "record/iKST.h"
 #include "record/kesta.h"
 
+#include "container/ZRContainerFile.h"
+#include "fieldmap/FieldMap.h"
+#include "view/KSTView.h"
+#include "view/KSTViewCursor.h"
+#include "view/KSTViewRep.h"
+
 #endif

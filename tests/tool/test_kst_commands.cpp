@@ -1,0 +1,357 @@
+// The commands on small logs whose every value is known, checked against exact output and
+// against the written logs read back with the library.
+
+#include <kesta/kesta.h>
+
+#include <algorithm>
+
+#include "KstTest.h"
+
+namespace ksttest {
+namespace {
+
+class KstCommands : public KstTest {
+ protected:
+  // Three clips; the second is tagged. The first note holds quotes and a comma, the third a
+  // line break (written in the log as backslash-n).
+  std::string clips(const std::string& name = "clips.kst",
+                    const std::vector<std::string>& params = {"KESTA:Rev 1", "Mode:x"}) {
+    return put(name, logText(params, {"text", "text", "timecode", "timecode", "text", "text"},
+                             {"Name", "Reel", "Start time", "End time", "Notes", "Tag"},
+                             {{"Sc 1 Tk 1", "A010", "01:00:05:00", "01:00:20:00", "say \"hi\", then go", "0"},
+                              {"Sc 1 Tk 2", "A2", "01:00:30:00", "01:00:40:00", "", "1"},
+                              {"Sc 2 Tk 1", "a001", "02:00:00:00", "02:00:10:00", "line one\\nline two", "0"}}));
+  }
+};
+
+TEST_F(KstCommands, ShowPrintsEachFormat) {
+  std::string file = clips();
+  Result table = kst({"show", file});
+  EXPECT_EQ(table.status, 0);
+  EXPECT_EQ(table.err, "");
+  EXPECT_EQ(table.out,
+            "Name       Reel  Start time   End time     Notes               Tag\n"
+            "---------  ----  -----------  -----------  ------------------  ---\n"
+            "Sc 1 Tk 1  A010  01:00:05:00  01:00:20:00  say \"hi\", then go   0\n"
+            "Sc 1 Tk 2  A2    01:00:30:00  01:00:40:00                      1\n"
+            "Sc 2 Tk 1  a001  02:00:00:00  02:00:10:00  line one\\nline two  0\n");
+
+  Result csv = kst({"show", file, "--columns", "Name, Notes", "--format", "csv"});
+  EXPECT_EQ(
+      csv.out,
+      "Name,Notes\r\nSc 1 Tk 1,\"say \"\"hi\"\", then go\"\r\nSc 1 Tk 2,\r\nSc 2 Tk 1,\"line one\nline two\"\r\n");
+
+  Result tsv = kst({"show", file, "--columns", "notes,reel", "--format", "tsv", "--limit", "3"});
+  EXPECT_EQ(tsv.out, "Notes\tReel\nsay \"hi\", then go\tA010\n\tA2\nline one\\nline two\ta001\n");
+
+  Result json = kst({"show", file, "--columns", "Reel,Notes", "--format", "json", "--limit", "1"});
+  EXPECT_EQ(json.out, "[\n  {\"Reel\": \"A010\", \"Notes\": \"say \\\"hi\\\", then go\"}\n]\n");
+
+  Result tagged = kst({"show", file, "--tagged", "--columns", "Name", "--format", "csv"});
+  EXPECT_EQ(tagged.out, "Name\r\nSc 1 Tk 2\r\n");
+
+  Result none = kst({"show", file, "--limit", "0", "--format", "json"});
+  EXPECT_EQ(none.out, "[]\n");
+}
+
+TEST_F(KstCommands, ShowFitsAWidthAndFollowsTheFieldMap) {
+  std::string file = clips();
+  Result narrow = kst({"show", file, "--width", "40"});
+  ASSERT_EQ(narrow.status, 0);
+  EXPECT_EQ(narrow.out,
+            "Name       Reel  Start time  End time\n"
+            "---------  ----  ----------  ----------\n"
+            "Sc 1 Tk 1  A010  01:00:05:\u2026  01:00:20:\u2026\n"
+            "Sc 1 Tk 2  A2    01:00:30:\u2026  01:00:40:\u2026\n"
+            "Sc 2 Tk 1  a001  02:00:00:\u2026  02:00:10:\u2026\n"
+            "(2 more columns not shown)\n");
+  // Wide enough for everything: nothing is cut; --width 0 never cuts.
+  Result wide = kst({"show", file, "--width", "66"});
+  Result full = kst({"show", file, "--width", "0"});
+  EXPECT_EQ(wide.out, full.out);
+  EXPECT_EQ(full.out, kst({"show", file}).out);
+  Result cut = kst({"show", file, "--width", "65"});
+  EXPECT_NE(cut.out.find("\u2026"), std::string::npos);
+  for (const std::string& line : lines(cut.out)) {
+    std::size_t points = 0;
+    for (unsigned char c : line) points += (c & 0xC0) != 0x80;
+    EXPECT_LE(points, 65u) << line;
+  }
+
+  // The field map shows Start time, then Name; Reel is hidden and the rest are not listed.
+  std::string mapped = clips("mapped.kst", {"KESTA:Rev 1", "V5_FIELD_MAP:3 1 -2"});
+  Result shown = kst({"show", mapped, "--format", "csv", "--limit", "1"});
+  EXPECT_EQ(shown.out, "Start time,Name\r\n01:00:05:00,Sc 1 Tk 1\r\n");
+}
+
+TEST_F(KstCommands, InfoDescribesTheLog) {
+  std::string file = clips("clips.kst", {"KESTA:Rev 1", "Mode:x", "V5_FIELD_MAP:1 -2"});
+  Result info = kst({"info", file});
+  ASSERT_EQ(info.status, 0) << info.err;
+  EXPECT_EQ(info.out, "file        " + file +
+                          "\n"
+                          "revision    1\nrecords     3\ntagged      1\nparameters  3\n"
+                          "  key           value\n"
+                          "  ------------  -----\n"
+                          "  KESTA         Rev 1\n"
+                          "  Mode          x\n"
+                          "  V5_FIELD_MAP  1 -2\n"
+                          "columns     6\n"
+                          "  #  name        type      width  shown\n"
+                          "  -  ----------  --------  -----  -----\n"
+                          "  1  Name        text      32     yes\n"
+                          "  2  Reel        text      10     no\n"
+                          "  3  Start time  timecode  12     no\n"
+                          "  4  End time    timecode  12     no\n"
+                          "  5  Notes       text      100    no\n"
+                          "  6  Tag         text      1      no\n");
+  Result json = kst({"info", file, "--format", "json"});
+  EXPECT_NE(json.out.find("\"records\": 3,\n  \"tagged\": 1,"), std::string::npos) << json.out;
+  EXPECT_NE(json.out.find(
+                "{\"number\": 3, \"name\": \"Start time\", \"type\": \"timecode\", \"width\": 12, \"shown\": false}"),
+            std::string::npos)
+      << json.out;
+}
+
+TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
+  std::string file = clips();
+  struct Case {
+    std::vector<std::string> options;
+    std::vector<std::string> reels;
+  } cases[] = {
+      {{}, {"A2", "A010", "a001"}},                 // numbers by value, upper case first
+      {{"--ignore-case"}, {"a001", "A010", "A2"}},  // plain text ignoring case
+      {{"--desc"}, {"A2", "A010", "a001"}},         // plain text ignoring case, reversed
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args{"sort", file, "--by", "Reel", "-o", path("sorted.kst")};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    Result r = kst(args, {"sorted.kst"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "kst: sorted 3 records\n");
+    auto db = load("sorted.kst");
+    EXPECT_EQ(column(*db, "Reel"), c.reels);
+    // The tag travels with its record.
+    EXPECT_EQ(
+        column(*db, "Tag")[static_cast<std::size_t>(std::find(c.reels.begin(), c.reels.end(), "A2") - c.reels.begin())],
+        "1");
+  }
+  // Two keys, to standard output, quietly.
+  Result out = kst({"-q", "sort", file, "--by", "Tag,Name", "--desc", "-o", "-"});
+  EXPECT_EQ(out.status, 0);
+  EXPECT_EQ(out.err, "");
+  std::vector<std::string> got = lines(out.out);
+  ASSERT_EQ(got.size(), 9u);
+  EXPECT_EQ(got[0], "\"KESTA:Rev 1\"");
+  EXPECT_EQ(got[6].substr(0, 12), "\"Sc 1 Tk 2\",");
+  EXPECT_EQ(got[7].substr(0, 12), "\"Sc 2 Tk 1\",");
+  EXPECT_EQ(got[8].substr(0, 12), "\"Sc 1 Tk 1\",");
+
+  // --in-place replaces the input.
+  ASSERT_EQ(kst({"sort", file, "--by", "Name", "--desc", "--in-place"}, {"clips.kst"}).status, 0);
+  EXPECT_EQ(column(*load("clips.kst"), "Name"), (std::vector<std::string>{"Sc 2 Tk 1", "Sc 1 Tk 2", "Sc 1 Tk 1"}));
+}
+
+TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
+  std::string file = clips();
+  struct Case {
+    std::vector<std::string> conditions;
+    std::string names;  // the printed Name column, CSV
+  } cases[] = {
+      {{"Start time=01:00:1"}, "Sc 1 Tk 1\r\n"},  // inside 01:00:05:00..01:00:20:00
+      {{"End time=01:00:1"}, "Sc 1 Tk 1\r\n"},    // either column of the pair searches the range
+      {{"Start time=01:00:3"}, "Sc 1 Tk 2\r\n"},  // a prefix of the start
+      {{"Notes=HI"}, "Sc 1 Tk 1\r\n"},            // contains, ignoring case
+      {{"Reel=a0", "Name=Tk 1"}, "Sc 1 Tk 1\r\nSc 2 Tk 1\r\n"},
+      {{"Reel=a0", "Name=Sc 2"}, "Sc 2 Tk 1\r\n"},  // every condition must match
+      {{"Reel=zzz"}, ""},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args{"find", file};
+    args.insert(args.end(), c.conditions.begin(), c.conditions.end());
+    for (const char* o : {"--columns", "Name", "--format", "csv"}) args.push_back(o);
+    Result r = kst(args);
+    EXPECT_EQ(r.status, 0) << c.conditions[0] << r.err;
+    EXPECT_EQ(r.out, "Name\r\n" + c.names) << c.conditions[0];
+  }
+
+  // Tagging replaces the tags, or adds to them with --keep-tags; the Tag column keeps them.
+  Result tag = kst({"find", file, "Notes=hi", "-o", path("tagged.kst")}, {"tagged.kst"});
+  EXPECT_EQ(tag.status, 0);
+  EXPECT_EQ(tag.err, "kst: 1 record matches; 1 record tagged\n");
+  EXPECT_EQ(column(*load("tagged.kst"), "Tag"), (std::vector<std::string>{"1", "0", "0"}));
+  Result keep = kst({"find", file, "Notes=hi", "--keep-tags", "-o", path("tagged.kst")}, {"tagged.kst"});
+  EXPECT_EQ(keep.err, "kst: 1 record matches; 2 records tagged\n");
+  EXPECT_EQ(column(*load("tagged.kst"), "Tag"), (std::vector<std::string>{"1", "1", "0"}));
+
+  // A log without a "Tag" column gets one, or the tags would be lost.
+  put("untagged.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Name"}, {{"x"}, {"y"}}));
+  Result added = kst({"find", path("untagged.kst"), "Name=y", "-o", path("out.kst")}, {"out.kst"});
+  EXPECT_EQ(added.err, "kst: added a \"Tag\" column to keep the tags\nkst: 1 record matches; 1 record tagged\n");
+  EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1"}));
+}
+
+TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
+  put("odd.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"}, {{"a", "keep"}, {"b", "1"}, {"c", ""}}));
+  Result r = kst({"sort", path("odd.kst"), "--by", "Name", "--desc", "-o", path("out.kst")}, {"out.kst"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "kst: warning: " + path("out.kst") +
+                       ": the \"Tag\" column keeps tag numbers; 1 value there became 0 or 1 (record 3 held \"keep\")\n"
+                       "kst: sorted 3 records\n");
+  EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1", "0"}));
+}
+
+TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
+  std::string file =
+      put("reels.kst",
+          logText({"KESTA:Rev 1"}, {"text", "text", "text"}, {"Name", "Reel", "Tag"},
+                  {{"n1", "B", "0"}, {"n2", "a1", "0"}, {"n3", "", "1"}, {"n4", "A1", "0"}, {"n5", "B", "0"}}));
+  Result printed = kst({"distinct", file, "--field", "Reel", "--columns", "Reel", "--format", "csv"});
+  EXPECT_EQ(printed.status, 0);
+  // Sorted as the library sorts (case first, empty values last): A1, B, B, a1, "". Runs of
+  // equal values ignoring case give one tag each; the empty value follows a value, so it counts.
+  EXPECT_EQ(printed.out, "Reel\r\nA1\r\nB\r\na1\r\n\r\n");
+  Result saved = kst({"distinct", file, "--field", "reel", "-o", path("d.kst")}, {"d.kst"});
+  EXPECT_EQ(saved.err, "kst: 4 distinct values tagged\n");
+  auto db = load("d.kst");
+  EXPECT_EQ(column(*db, "Reel"), (std::vector<std::string>{"A1", "B", "B", "a1", ""}));
+  EXPECT_EQ(column(*db, "Tag"), (std::vector<std::string>{"1", "1", "0", "1", "1"}));
+}
+
+TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
+  std::string file = clips();
+  Result r = kst({"delete", file, "--tagged", "-o", path("left.kst")}, {"left.kst"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "kst: deleted 1 record; 2 remain\n");
+  EXPECT_EQ(column(*load("left.kst"), "Name"), (std::vector<std::string>{"Sc 1 Tk 1", "Sc 2 Tk 1"}));
+  // Nothing tagged: the whole log is written back, and an empty result is a real file.
+  Result again = kst({"delete", path("left.kst"), "--tagged", "--in-place"}, {"left.kst"});
+  EXPECT_EQ(again.err, "kst: deleted 0 records; 2 remain\n");
+  put("all.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"}, {{"x", "1"}, {"y", "1"}}));
+  Result empty = kst({"delete", path("all.kst"), "--tagged", "-o", path("none.kst")}, {"none.kst"});
+  EXPECT_EQ(empty.status, 0) << empty.err;
+  auto db = load("none.kst");
+  EXPECT_EQ(db->get_num_records(), 0u);
+  EXPECT_EQ(db->get_num_fields(), 2u);
+}
+
+TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
+  std::string into = clips();
+  put("more.kst", logText({"KESTA:Rev 1"}, {"text", "text", "timecode", "timecode", "text", "text"},
+                          {"Name", "Reel", "Start time", "End time", "Notes", "Tag"},
+                          {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
+  Result same = kst({"merge", into, path("more.kst"), "-o", path("m.kst")}, {"m.kst"});
+  EXPECT_EQ(same.status, 0) << same.err;
+  EXPECT_EQ(same.err, "kst: appended 1 record from " + path("more.kst") + "\n");
+  auto merged = load("m.kst");
+  EXPECT_EQ(column(*merged, "Name"), (std::vector<std::string>{"Sc 1 Tk 1", "Sc 1 Tk 2", "Sc 2 Tk 1", "Sc 9 Tk 1"}));
+  EXPECT_EQ(column(*merged, "Tag"), (std::vector<std::string>{"0", "1", "0", "1"}));
+
+  struct Refusal {
+    const char* name;
+    std::string text;
+    std::string why;
+    std::string warning = "";
+  } refusals[] = {
+      {"rev2.kst",
+       logText({"KESTA:Rev 2"}, {"text", "text", "timecode", "timecode", "text", "text"},
+               {"Name", "Reel", "Start time", "End time", "Notes", "Tag"}, {}),
+       into + " is revision 1, " + path("rev2.kst") + " is revision 2",
+       "kst: warning: " + path("rev2.kst") + " is a revision 2 log; this library writes revision 1\n"},
+      {"narrow.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Name"}, {}),
+       into + " has 6 columns, " + path("narrow.kst") + " has 1"},
+      {"names.kst",
+       logText({"KESTA:Rev 1"}, {"text", "text", "timecode", "timecode", "text", "text"},
+               {"Name", "reel", "Start time", "End time", "Notes", "Tag"}, {}),
+       "column 2 differs in its name: " + into + " has \"Reel\" (text), " + path("names.kst") +
+           " has \"reel\" (text) (names must match exactly, case included)"},
+      {"types.kst",
+       logText({"KESTA:Rev 1"}, {"text", "text", "text", "timecode", "text", "text"},
+               {"Name", "Reel", "Start time", "End time", "Notes", "Tag"}, {}),
+       "column 3 differs in its type: " + into + " has \"Start time\" (timecode), " + path("types.kst") +
+           " has \"Start time\" (text)"},
+  };
+  for (const auto& r : refusals) {
+    put(r.name, r.text);
+    Result refused = kst({"merge", into, path(r.name), "-o", path("m2.kst")});
+    EXPECT_EQ(refused.status, 1) << r.name;
+    EXPECT_EQ(refused.err, r.warning + "kst: cannot append " + path(r.name) + " to " + into + ": " + r.why +
+                               "; --by-name merges by column name\n");
+  }
+
+  // By name: Name and Reel are filled, columns the other log lacks stay empty.
+  put("other.kst",
+      logText({"KESTA:Rev 1"}, {"text", "text", "text"}, {"Tape", "reel", "name"}, {{"T1", "C001", "Sc 7"}}));
+  Result by_name = kst({"merge", into, path("other.kst"), "--by-name", "-o", path("m3.kst")}, {"m3.kst"});
+  EXPECT_EQ(by_name.status, 0) << by_name.err;
+  auto db = load("m3.kst");
+  EXPECT_EQ(column(*db, "Reel").back(), "C001");
+  EXPECT_EQ(column(*db, "Name").back(), "Sc 7");
+  EXPECT_EQ(column(*db, "Notes").back(), "");
+  put("disjoint.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Tape"}, {{"T1"}}));
+  Result nothing = kst({"merge", into, path("disjoint.kst"), "--by-name", "-o", path("m4.kst")});
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_NE(nothing.err.find("no column of one has the name of a column of the other"), std::string::npos);
+}
+
+TEST_F(KstCommands, ColumnsEditsTheFieldMap) {
+  std::string file = clips();
+  Result edit = kst({"columns", file, "--hide", "Notes,Tag", "--order", "Reel,Name", "-o", path("c.kst")}, {"c.kst"});
+  ASSERT_EQ(edit.status, 0) << edit.err;
+  EXPECT_EQ(edit.err, "kst: field map: 2 1 3 4 -5 -6\n");
+  EXPECT_STREQ(load("c.kst")->get_param_val("V5_FIELD_MAP"), "2 1 3 4 -5 -6");
+  Result shown = kst({"show", path("c.kst"), "--format", "csv", "--limit", "1"});
+  EXPECT_EQ(shown.out, "Reel,Name,Start time,End time\r\nA010,Sc 1 Tk 1,01:00:05:00,01:00:20:00\r\n");
+  Result listed = kst({"columns", path("c.kst")});
+  EXPECT_EQ(listed.out,
+            "#  name        shown\n"
+            "-  ----------  -----\n"
+            "2  Reel        yes\n"
+            "1  Name        yes\n"
+            "3  Start time  yes\n"
+            "4  End time    yes\n"
+            "5  Notes       no\n"
+            "6  Tag         no\n");
+  // --show brings a hidden column back in its place; --reset starts over in the log's order.
+  ASSERT_EQ(kst({"columns", path("c.kst"), "--show", "tag", "--in-place"}, {"c.kst"}).status, 0);
+  EXPECT_STREQ(load("c.kst")->get_param_val("V5_FIELD_MAP"), "2 1 3 4 -5 6");
+  ASSERT_EQ(kst({"columns", path("c.kst"), "--reset", "--hide", "Name", "--in-place"}, {"c.kst"}).status, 0);
+  EXPECT_STREQ(load("c.kst")->get_param_val("V5_FIELD_MAP"), "-1 2 3 4 5 6");
+}
+
+TEST_F(KstCommands, ItemsListsAContainerFile) {
+  put("day1.rak",
+      "\"KESTA:Rev 1\"\n\"Name:Day 1 selects\"\n\"Permanent:true\"\n\"Owner:JM\"\n\"KESTA\"\n"
+      "\"36\",\"10\"\n\"text\",\"text\"\n\"Cookie\",\"Reel\"\n"
+      "\"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M255\",\"A001\"\n"
+      "\"6ec9d286-63ca-428d-95f4-b3b2e4b06ce6\",\"A002\"\n");
+  Result table = kst({"items", path("day1.rak")});
+  ASSERT_EQ(table.status, 0) << table.err;
+  const std::string container =
+      ZRContainerFile::Reader(testutil::wide(path("day1.rak")), true).getCookie().asString(false).c_str();
+  EXPECT_EQ(table.out,
+            "container  Day 1 selects\n"
+            "cookie     " +
+                container +
+                "\n"
+                "permanent  yes\n"
+                "items      2\n"
+                "Owner      JM\n"
+                "\n"
+                "#  Cookie                                     Reel\n"
+                "-  -----------------------------------------  ----\n"
+                "1  4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M255  A001\n"
+                "2  6ec9d286-63ca-428d-95f4-b3b2e4b06ce6       A002\n");
+  Result json = kst({"items", path("day1.rak"), "--format", "json"});
+  EXPECT_NE(json.out.find("\"permanent\": true,\n  \"attributes\": {\"Owner\": \"JM\"},"), std::string::npos)
+      << json.out;
+  EXPECT_NE(json.out.find("{\"#\": \"2\", \"Cookie\": \"6ec9d286-63ca-428d-95f4-b3b2e4b06ce6\", \"Reel\": \"A002\"}"),
+            std::string::npos);
+  std::string file = clips();
+  Result not_container = kst({"items", file});
+  EXPECT_EQ(not_container.status, 1);
+  EXPECT_EQ(not_container.err, "kst: " + file + " is not a container file: it has no \"Cookie\" column\n");
+}
+
+}  // namespace
+}  // namespace ksttest

@@ -1,0 +1,175 @@
+// Bad input, bad arguments and failed writes: the message says what and where, the exit status
+// is 1 (bad input, failed operation) or 2 (usage), and no file is changed or left behind (the
+// fixture checks every run).
+
+#include <kesta/kesta.h>
+
+#include "KstTest.h"
+
+namespace ksttest {
+namespace {
+
+class KstErrors : public KstTest {
+ protected:
+  std::string good() {
+    return put("good.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Reel"},
+                                   {{"a", "A001"}, {"b", "A002"}, {"c", "A003"}}));
+  }
+};
+
+TEST_F(KstErrors, BadFilesAreNamedWithWhatIsWrongAndWhere) {
+  const std::string header = "\"KESTA:Rev 1\"\n\"KESTA\"\n\"4\",\"4\"\n\"text\",\"text\"\n\"A\",\"B\"\n";
+  struct Case {
+    const char* name;
+    std::string bytes;
+    std::string message;
+  } cases[] = {
+      {"empty.kst", "", "empty.kst is empty, not a log (a log begins with a \"KESTA:\" line)"},
+      {"plain.kst", "hello,world\n",
+       "plain.kst is not a log: line 1 does not begin with \"KESTA:\" (it reads \"hello,world\")"},
+      {"noheader.kst", "\"KESTA:Rev 1\"\n\"Mode:x\"\n",
+       "noheader.kst is not a complete log: its column header (a line \"KESTA\" followed by the widths, types and "
+       "names lines) is missing"},
+      {"header.kst", "\"KESTA:Rev 1\"\n\"Mode:x\"\n\"KESTA\"\n\"4\",\"4\"\n\"text\",\"text\"\n\"A\",\"B\",\"C\"\n",
+       "header.kst: header lines of different lengths: line 5 (types) has 2 fields, line 6 (names) has 3"},
+      {"short.kst", header + "\"1\",\"2\"\n\"3\",\"4\"\n\"5\"\n\"7\",\"8\"\n",
+       "short.kst, line 8: a record line with 1 field, expected 2 (one per column); 2 records were read before it"},
+      {"long.kst", header + "\"1\",\"2\",\"3\"\n",
+       "long.kst, line 6: a record line with 3 fields, expected 2 (one per column); 0 records were read before it"},
+      {"blank.kst", header + "\"1\",\"2\"\n   \n\"7\",\"8\"\n",
+       "blank.kst, line 7: a blank line ends the records, but more lines follow it (the first at line 8); 1 record "
+       "was read before it"},
+  };
+  for (const auto& c : cases) {
+    std::string file = put(c.name, c.bytes);
+    // A reading command and a writing one report the same, and neither writes anything.
+    for (std::vector<std::string> args :
+         {std::vector<std::string>{"show", file}, std::vector<std::string>{"sort", file, "--by", "A", "--in-place"}}) {
+      Result r = kst(args);
+      EXPECT_EQ(r.status, 1) << c.name;
+      EXPECT_EQ(r.err, "kst: " + dir_.file(c.message) + "\n") << c.name;
+      EXPECT_EQ(r.out, "") << c.name;
+    }
+  }
+}
+
+TEST_F(KstErrors, UnreadableFilesGiveTheSystemsReason) {
+  Result missing = kst({"info", path("missing.kst")});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err, "kst: cannot read " + path("missing.kst") + ": No such file or directory\n");
+  Result folder = kst({"show", dir_.path()});
+  EXPECT_EQ(folder.status, 1);
+  EXPECT_EQ(folder.err, "kst: cannot read " + dir_.path() + ": Is a directory\n");
+  // The second log of a merge is checked as closely as the first.
+  good();
+  Result merge = kst({"merge", path("good.kst"), path("missing.kst"), "-o", path("out.kst")});
+  EXPECT_EQ(merge.status, 1);
+  EXPECT_NE(merge.err.find("cannot read " + path("missing.kst")), std::string::npos) << merge.err;
+}
+
+TEST_F(KstErrors, UsageErrorsExitWithTwo) {
+  std::string file = good();
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;  // part of standard error
+  } cases[] = {
+      {{}, "A subcommand is required"},
+      {{"frobnicate"}, "frobnicate"},
+      {{"show"}, "file is required"},
+      {{"show", file, "--format", "xml"}, "xml"},
+      {{"show", file, "--limit", "-3"}, "--limit"},
+      {{"sort", file, "--by", "Reel"}, "give -o OUT (or -o - for standard output), or --in-place"},
+      {{"sort", file, "--by", "Reel", "-o", path("x.kst"), "--in-place"}, "give either -o OUT or --in-place"},
+      {{"sort", file, "--by", "Reel", "-o", file}, "is the input; use --in-place"},
+      {{"sort", file, "--by", "Reel", "-o", path("x.csv")}, "use 'kst convert'"},
+      {{"sort", file, "--by", "Name,Name,Name,Name,Name,Name,Name,Name,Name,Name", "-o", path("x.kst")},
+       "at most nine sort keys are allowed; --by names 10"},
+      {{"find", file, "Reel"}, "a condition is COLUMN=TEXT, not \"Reel\""},
+      {{"find", file, "Reel=A", "reel=B"}, "column \"reel\" has two conditions"},
+      {{"delete", file, "-o", path("x.kst")}, "say --tagged"},
+      {{"columns", file, "--show", "Reel", "--hide", "reel", "-o", path("x.kst")}, "is both shown and hidden"},
+      {{"convert", file, "-"}, "say --to log|csv|tsv|json"},
+      {{"convert", file, file}, "is the input"},
+      {{"convert", file, path("x.csv"), "--to", "log"}, "a log named .csv would be read back as CSV"},
+      {{"convert", file, path("x.csv"), "--template", file}, "--template applies to CSV, TSV and JSON input"},
+      {{"columns", file, "--in-place"}, "nothing to change"},
+  };
+  for (const auto& c : cases) {
+    Result r = kst(c.args);
+    std::string command;
+    for (const auto& a : c.args) command += a + " ";
+    EXPECT_EQ(r.status, 2) << command << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << command << "\n" << r.err;
+    EXPECT_EQ(r.out, "") << command;
+  }
+  // Nine keys are the most the library holds, and are accepted.
+  EXPECT_EQ(kst({"sort", file, "--by", "Name,Name,Name,Name,Name,Name,Name,Name,Name", "-o", path("x.kst")}, {"x.kst"})
+                .status,
+            0);
+}
+
+TEST_F(KstErrors, UnknownColumnsListTheLogsColumns) {
+  std::string file = good();
+  const std::string message = "kst: unknown column \"Scene\" in " + file + "; its columns are: Name, Reel\n";
+  for (std::vector<std::string> args : {std::vector<std::string>{"show", file, "--columns", "Name,Scene"},
+                                        std::vector<std::string>{"sort", file, "--by", "Scene", "-o", path("x.kst")},
+                                        std::vector<std::string>{"find", file, "Scene=1"},
+                                        std::vector<std::string>{"distinct", file, "--field", "Scene"},
+                                        std::vector<std::string>{"columns", file, "--hide", "Scene", "--in-place"}}) {
+    Result r = kst(args);
+    EXPECT_EQ(r.status, 1) << args[0];
+    EXPECT_EQ(r.err, message) << args[0];
+  }
+}
+
+TEST_F(KstErrors, HelpAndVersion) {
+  for (const char* command :
+       {"show", "info", "sort", "find", "distinct", "delete", "merge", "convert", "columns", "items"}) {
+    Result r = kst({command, "--help"});
+    EXPECT_EQ(r.status, 0) << command;
+    EXPECT_NE(r.out.find(std::string("Usage: kst ") + command), std::string::npos) << r.out;
+    EXPECT_EQ(r.err, "") << command;
+  }
+  Result help = kst({"--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char* command :
+       {"show", "info", "sort", "find", "distinct", "delete", "merge", "convert", "columns", "items"}) {
+    EXPECT_NE(help.out.find(std::string("  ") + command + " "), std::string::npos) << command;
+  }
+  Result version = kst({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, std::string("kst ") + kestaDllVersionStr() + "\n");
+}
+
+// A save that fails part-way (here: the file may not grow past 100 bytes) leaves the target as
+// it was and removes its temporary file; the fixture checks both.
+TEST_F(KstErrors, AFailedSaveLeavesTheTargetUntouched) {
+  std::vector<std::vector<std::string>> rows;
+  for (int i = 0; i < 40; ++i) rows.push_back({"clip " + std::to_string(i), "A00" + std::to_string(i % 7)});
+  put("big.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Reel"}, rows));
+  put("old.kst", "an older file that must survive\n");
+  for (std::vector<std::string> args :
+       {std::vector<std::string>{"sort", path("big.kst"), "--by", "Reel", "--in-place"},
+        std::vector<std::string>{"sort", path("big.kst"), "--by", "Reel", "-o", path("old.kst")},
+        std::vector<std::string>{"convert", path("big.kst"), path("old.kst"), "--to", "csv"}}) {
+    Result r = kst(args, {}, 100);
+    EXPECT_EQ(r.status, 1) << args[0];
+    EXPECT_NE(r.err.find("could not write "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("File too large"), std::string::npos) << r.err;
+  }
+  // The same commands without the limit succeed, so the limit was the only cause.
+  EXPECT_EQ(kst({"sort", path("big.kst"), "--by", "Reel", "-o", path("old.kst")}, {"old.kst"}).status, 0);
+}
+
+TEST_F(KstErrors, WritesToAMissingFolderOrOverAFolderFailBeforeAnyWork) {
+  std::string file = good();
+  Result r = kst({"sort", file, "--by", "Reel", "-o", path("nowhere/x.kst")});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "kst: cannot write " + path("nowhere/x.kst") + ": No such file or directory\n");
+  Result over = kst({"delete", file, "--tagged", "-o", dir_.path()});
+  EXPECT_EQ(over.status, 1);
+  EXPECT_EQ(over.err, "kst: cannot write " + dir_.path() + ": Is a directory\n");
+}
+
+}  // namespace
+}  // namespace ksttest

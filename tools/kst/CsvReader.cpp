@@ -1,0 +1,184 @@
+// CSV (through libcsv) and TSV readers.
+
+#include <csv.h>
+
+#include "Errors.h"
+#include "TableReaders.h"
+
+namespace kst {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+std::size_t after_bom(const std::string& bytes) {
+  return bytes.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0 ? kByteOrderMark.size() : 0;
+}
+
+// What libcsv's callbacks collect. They run inside C code, so they never throw: a failed
+// allocation is noted and reported after the call.
+struct CsvState {
+  std::vector<std::vector<std::string>> rows;
+  std::vector<unsigned> starts;
+  std::vector<std::string> current;
+  bool open = false;   // a record has begun and not ended
+  unsigned start = 0;  // the line it began on
+  unsigned line = 0;   // the line being parsed
+  unsigned events = 0;
+  bool out_of_memory = false;
+};
+
+void on_field(void* text, std::size_t length, void* data) {
+  auto& state = *static_cast<CsvState*>(data);
+  ++state.events;
+  if (!state.open) {
+    state.open = true;
+    state.start = state.line;
+  }
+  try {
+    state.current.emplace_back(length ? static_cast<const char*>(text) : "", length);
+  } catch (...) {
+    state.out_of_memory = true;
+  }
+}
+
+void on_record(int, void* data) {
+  auto& state = *static_cast<CsvState*>(data);
+  ++state.events;
+  if (!state.open) state.start = state.line;
+  try {
+    state.rows.push_back(std::move(state.current));
+    state.starts.push_back(state.start);
+  } catch (...) {
+    state.out_of_memory = true;
+  }
+  state.current.clear();
+  state.open = false;
+}
+
+// RFC 4180: blanks are part of a field.
+int no_blanks(unsigned char) { return 0; }
+
+bool is_blank_line(std::string_view chunk) { return chunk == "\n" || chunk == "\r\n" || chunk.empty(); }
+
+// Every record as long as the header: short ones filled with empty fields; long ones cut when
+// what is cut is empty (spreadsheets add trailing separators), else an error.
+InputTable normalise(std::vector<std::vector<std::string>> rows, std::vector<unsigned> starts,
+                     const std::string& path) {
+  if (rows.empty()) throw Failure(path + " has no header line naming the columns");
+  InputTable table;
+  table.grid.headers = std::move(rows[0]);
+  const std::size_t columns = table.grid.headers.size();
+  for (std::size_t r = 1; r < rows.size(); ++r) {
+    auto& row = rows[r];
+    if (row.size() > columns) {
+      for (std::size_t i = columns; i < row.size(); ++i) {
+        if (!row[i].empty()) {
+          throw Failure(path + ", line " + std::to_string(starts[r]) + ": a record with " + std::to_string(row.size()) +
+                        " fields; the header has " + std::to_string(columns));
+        }
+      }
+    }
+    row.resize(columns);
+    table.grid.rows.push_back(std::move(row));
+    table.lines.push_back(starts[r]);
+  }
+  return table;
+}
+
+class CsvParser {
+ public:
+  CsvParser() {
+    if (csv_init(&parser_, CSV_STRICT | CSV_STRICT_FINI) != 0) throw Failure("out of memory");
+    csv_set_space_func(&parser_, no_blanks);
+  }
+  ~CsvParser() { csv_free(&parser_); }
+  CsvParser(const CsvParser&) = delete;
+  CsvParser& operator=(const CsvParser&) = delete;
+  csv_parser* get() { return &parser_; }
+
+ private:
+  csv_parser parser_{};
+};
+
+}  // namespace
+
+InputTable readCsv(const std::string& bytes, const std::string& path) {
+  CsvParser parser;
+  CsvState state;
+  // One line at a time, so that each record knows the line it starts on: a record whose
+  // quoted field spans lines starts where the quote opened.
+  for (std::size_t at = after_bom(bytes); at < bytes.size();) {
+    std::size_t newline = bytes.find('\n', at);
+    std::size_t end = newline == std::string::npos ? bytes.size() : newline + 1;
+    std::string_view chunk(bytes.data() + at, end - at);
+    ++state.line;
+    state.events = 0;
+    std::size_t parsed = csv_parse(parser.get(), chunk.data(), chunk.size(), on_field, on_record, &state);
+    if (state.out_of_memory) throw Failure("out of memory reading " + path);
+    if (parsed != chunk.size()) {
+      int error = csv_error(parser.get());
+      throw Failure(path + ", line " + std::to_string(state.line) + ", column " + std::to_string(parsed + 1) + ": " +
+                    (error == CSV_EPARSE
+                         ? std::string("a quote inside an unquoted field, or text after a closing quote")
+                         : std::string(csv_strerror(error))));
+    }
+    if (state.events == 0 && !state.open && !is_blank_line(chunk)) {
+      state.open = true;  // a quoted field opened on this line and goes on
+      state.start = state.line;
+    }
+    at = end;
+  }
+  if (csv_fini(parser.get(), on_field, on_record, &state) != 0) {
+    throw Failure(path + ", line " + std::to_string(state.start) + ": a quoted field is never closed");
+  }
+  if (state.out_of_memory) throw Failure("out of memory reading " + path);
+  return normalise(std::move(state.rows), std::move(state.starts), path);
+}
+
+InputTable readTsv(const std::string& bytes, const std::string& path) {
+  std::vector<std::vector<std::string>> rows;
+  std::vector<unsigned> starts;
+  unsigned line = 0;
+  for (std::size_t at = after_bom(bytes); at < bytes.size();) {
+    std::size_t newline = bytes.find('\n', at);
+    std::size_t end = newline == std::string::npos ? bytes.size() : newline;
+    std::string_view text(bytes.data() + at, end - at);
+    at = end + 1;
+    ++line;
+    if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+    if (text.empty()) continue;
+    std::vector<std::string> fields(1);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      char c = text[i];
+      if (c == '\t') {
+        fields.emplace_back();
+      } else if (c == '\\' && i + 1 < text.size()) {
+        char next = text[++i];
+        switch (next) {
+          case 't':
+            fields.back() += '\t';
+            break;
+          case 'n':
+            fields.back() += '\n';
+            break;
+          case 'r':
+            fields.back() += '\r';
+            break;
+          case '\\':
+            fields.back() += '\\';
+            break;
+          default:
+            fields.back() += c;
+            fields.back() += next;
+        }
+      } else {
+        fields.back() += c;
+      }
+    }
+    rows.push_back(std::move(fields));
+    starts.push_back(line);
+  }
+  return normalise(std::move(rows), std::move(starts), path);
+}
+
+}  // namespace kst

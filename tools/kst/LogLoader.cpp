@@ -1,0 +1,169 @@
+#include "LogLoader.h"
+
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "Errors.h"
+
+namespace kst {
+namespace {
+
+constexpr unsigned kNone = 0xFFFFFFFFu;
+
+// Where the parts of a log file begin, found with the library's line reader. Line numbers are
+// 0-based indices into the TextFile.
+struct HeaderScan {
+  bool starts_as_log = false;                 // line 1 begins with "KESTA:"
+  unsigned marker = kNone;                    // the "KESTA" line that opens the column header
+  unsigned widths = 0, types = 0, names = 0;  // fields in the three header lines
+};
+
+// The start of a line for a message, cut to a readable length.
+std::string excerpt(std::string_view line) {
+  constexpr std::size_t kMax = 40;
+  if (line.size() <= kMax) return inQuotes(line);
+  return inQuotes(line.substr(0, kMax)) + "...";
+}
+
+unsigned fields_of_next_line(TextFile& file, dbrecord& scratch) {
+  return scratch.read(file) == 0 ? 0 : scratch.get_num_fields();
+}
+
+HeaderScan scan_header(TextFile& file) {
+  HeaderScan scan;
+  Zr::Ptr<dbrecord> line(new dbrecord(0));
+  file.setReadCursor(0);
+  if (line->read(file) == 0 || strncasecmp(line->getField(0).c_str(), "KESTA:", 6) != 0) return scan;
+  scan.starts_as_log = true;
+  while (file.readCursor() < file.getNumLines()) {
+    unsigned at = file.readCursor();
+    if (line->read(file) != 0 && strcasecmp(line->getField(0).c_str(), "KESTA") == 0) {
+      scan.marker = at;
+      break;
+    }
+  }
+  if (scan.marker == kNone) return scan;
+  scan.widths = fields_of_next_line(file, *line);
+  scan.types = fields_of_next_line(file, *line);
+  scan.names = fields_of_next_line(file, *line);
+  return scan;
+}
+
+std::string missing_header(const std::string& path) {
+  return path + " is not a complete log: its column header (a line \"KESTA\" followed by the widths, " +
+         "types and names lines) is missing";
+}
+
+// Why the library left the database invalid.
+[[noreturn]] void explain_invalid(const std::string& path, const TextFile& file, const HeaderScan& scan) {
+  if (file.getNumLines() == 0) throw Failure(path + " is empty, not a log (a log begins with a \"KESTA:\" line)");
+  if (!scan.starts_as_log) {
+    throw Failure(path + " is not a log: line 1 does not begin with \"KESTA:\" (it reads " + excerpt(file.line(0)) +
+                  ")");
+  }
+  if (scan.marker == kNone) throw Failure(missing_header(path));
+  unsigned first = scan.marker + 2;  // 1-based number of the widths line
+  if (scan.types != scan.names) {
+    std::string message = path + ": header lines of different lengths: line " + std::to_string(first + 1) +
+                          " (types) has " + std::to_string(scan.types) + " fields, line " + std::to_string(first + 2) +
+                          " (names) has " + std::to_string(scan.names);
+    if (scan.widths != scan.names && scan.widths != scan.types) {
+      message += ", line " + std::to_string(first) + " (widths) has " + std::to_string(scan.widths);
+    }
+    throw Failure(message);
+  }
+  throw Failure(path + " could not be loaded as a log");
+}
+
+// The library stops at the first record line whose field count is wrong, and at a blank line;
+// either way the records after it would be lost by a save, so both are errors here.
+void check_records(const std::string& path, TextFile& file, const HeaderScan& scan, kesta& db, bool library_stopped) {
+  if (scan.marker == kNone) throw Failure(missing_header(path));
+  const unsigned read = db.get_num_records();
+  const unsigned end = scan.marker + 4 + read;  // the first line the library did not take
+  unsigned stray = kNone;
+  for (unsigned i = end; i < file.getNumLines(); ++i) {
+    std::string_view text = file.line(i);
+    if (!isEssentiallyEmpty(text.data(), text.size())) {
+      stray = i;
+      break;
+    }
+  }
+  const std::string before = std::to_string(read) + (read == 1 ? " record was" : " records were") + " read before it";
+  if (stray == end) {
+    Zr::Ptr<dbrecord> line(new dbrecord(0));
+    file.setReadCursor(end);
+    unsigned count = fields_of_next_line(file, *line);
+    if (count != db.get_num_fields()) {
+      throw Failure(path + ", line " + std::to_string(end + 1) + ": a record line with " + std::to_string(count) +
+                    (count == 1 ? " field" : " fields") + ", expected " + std::to_string(db.get_num_fields()) +
+                    " (one per column); " + before);
+    }
+  } else if (stray != kNone) {
+    throw Failure(path + ", line " + std::to_string(end + 1) +
+                  ": a blank line ends the records, but more lines follow it (the first at line " +
+                  std::to_string(stray + 1) + "); " + before);
+  }
+  if (stray != kNone || library_stopped) {
+    throw Failure(path + ": the records could not all be read (" + std::to_string(read) + " read)");
+  }
+}
+
+}  // namespace
+
+LightweightString<wchar_t> widePath(const std::string& path) {
+  LightweightString<char> narrow(path.data(), path.size());
+  LightweightString<wchar_t> wide = fromUTF8(narrow);
+  if (!(toUTF8(wide) == narrow)) throw Failure("cannot use the file name " + inQuotes(path) + ": it is not UTF-8");
+  return wide;
+}
+
+void requireReadable(const std::string& path) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) throw Failure("cannot read " + path + ": " + reason(errno));
+  struct stat info {};
+  int error = ::fstat(fd, &info) == 0 ? (S_ISDIR(info.st_mode) ? EISDIR : 0) : errno;
+  char probe;
+  if (error == 0 && ::read(fd, &probe, 1) < 0) error = errno;
+  ::close(fd);
+  if (error != 0) throw Failure("cannot read " + path + ": " + reason(error));
+}
+
+Zr::Ptr<kesta> loadLog(const std::string& path) {
+  requireReadable(path);
+  LightweightString<wchar_t> name = widePath(path);
+  Zr::Ptr<kesta> db;
+  std::string library_log;
+  {
+    // The library reports a short read on standard error; the checks below say it better.
+    CapturingLogSink capture;
+    db = Zr::Ptr<kesta>(new kesta(name, INT_MAX, false));
+    library_log = capture.text();
+  }
+  if (!endsWith(path, ".csv")) {
+    TextFile file;
+    if (!file.load(name, '\n', false)) throw Failure("cannot read " + path + ": " + reason(errno));
+    HeaderScan scan = scan_header(file);
+    if (!db->get_valid()) explain_invalid(path, file, scan);
+    check_records(path, file, scan, *db, library_log.find("not all fields filled") != std::string::npos);
+    if (db->get_revision() != 1) {
+      warn(path + " is a revision " + std::to_string(db->get_revision()) + " log; this library writes revision 1");
+    }
+  }
+  tagsFromTagColumn(*db);
+  return db;
+}
+
+void tagsFromTagColumn(kesta& db) {
+  if (db.get_fieldnum("Tag") == kNone) return;
+  KSTView view(new KSTViewRep(&db));
+  view->setupViewTagsFromKestaTagField();
+  view->tagBaseFromTags();
+}
+
+}  // namespace kst

@@ -1,0 +1,38 @@
+#ifndef KESTA_TOOLS_KST_LOGLOADER_H
+#define KESTA_TOOLS_KST_LOGLOADER_H
+// Loading a log for the tool: the library's own load, then a check that it read the whole file.
+// The library answers a bad file with an invalid or shortened database and a line in its log;
+// the loader turns that into a message that says what is wrong and where, read with the
+// library's own line reader, and throws Failure. A command never writes after such a load.
+//
+//   Zr::Ptr<kesta> db = kst::loadLog("day1.kst");   // throws kst::Failure
+//
+// Tags live in a log's "Tag" column: saving writes each record's tag there, so the loader sets
+// the tags from that column (a non-zero number is tagged) and a later save keeps them.
+
+#include <kesta/kesta.h>
+
+#include <string>
+
+namespace kst {
+
+// The library's file name for a UTF-8 path. Throws Failure for a path that is not UTF-8.
+LightweightString<wchar_t> widePath(const std::string& path);
+
+// Throws Failure ("cannot read ...: <the system's reason>") unless `path` is a file that can
+// be opened for reading.
+void requireReadable(const std::string& path);
+
+// Loads the log at `path` (a name ending in ".csv" is read by the library's comma-separated
+// form). Throws Failure when the file is missing or unreadable, is not a log, has header lines
+// of different lengths, or has record lines the library did not read (a wrong field count, or
+// lines after a blank line).
+Zr::Ptr<kesta> loadLog(const std::string& path);
+
+// Sets every record's tag from the "Tag" column: tagged where the text is a non-zero number.
+// Nothing changes when the log has no such column.
+void tagsFromTagColumn(kesta& db);
+
+}  // namespace kst
+
+#endif
