@@ -141,6 +141,23 @@ class KESTA_API KSTViewRep : public KSTBase, public Notifier {
   // "fieldSpec: <text>\n", then "fields: <list>\n" when there is a field list.
   void asString(GrowString& out);
 
+  // ------------------------------------------------------------------- persistence
+  // Writes a database file through an atomic save: the view's parameters ("KESTA" among
+  // them), the database's full column header, then, unless `headerOnly`, per view row a copy
+  // of its record whose "Tag" field (when the source has one) holds the view's flag ("0" or
+  // "1"). The database's records are not touched. Answers the record lines written (those
+  // before a failed write); 0 when headerOnly, when the save fails, or with no source, no
+  // database or an empty name. Rows that name no record are skipped.
+  int saveAsText(LightweightString<wchar_t> name, bool headerOnly);
+  // The same with an ASCII name, widened byte by byte.
+  int saveAsText(const char* name, bool headerOnly);
+  // As saveAsText, but writes the records themselves (the "Tag" field as it is), and only
+  // those whose own database tag is set; the view's flags play no part. Answers the view's
+  // row count (the row whose write failed, if one did), not the records written; 0 when the
+  // save fails or there is nothing to save. Writing clears the written records' changed marks.
+  int saveOnlyTagged(LightweightString<wchar_t> name);
+  int saveOnlyTagged(const char* name);
+
   // ------------------------------------------------------------------------ copies
   // A new view (use count 0) on the same database and specification: chained on the same
   // base view showing all its rows, or showing this view's records; tags copied by position.
@@ -217,7 +234,7 @@ class KESTA_API KSTViewRep : public KSTBase, public Notifier {
   bool checkInvariants(std::string* why) const;
 
   // ------------------------------------------------------------------ record source
-  // TODO: writes nothing and answers 0 until saveAsText exists.
+  // saveAsText(file name, false).
   int save_text() override;
   void insert_records(unsigned at, unsigned count) override;
   void delete_records(unsigned first, unsigned count) override;

@@ -3,10 +3,6 @@
 
 #include "view/KSTViewRep.h"
 
-// TODO: becomes saveAsText(file name, false) when view persistence lands; until then a view
-// writes nothing and reports no lines.
-int KSTViewRep::save_text() { return 0; }
-
 void KSTViewRep::insert_records(unsigned at, unsigned count) {
   insertBlankRecords(static_cast<int>(at), static_cast<int>(count));
 }

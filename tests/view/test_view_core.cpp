@@ -1,11 +1,10 @@
 // The view core: construction and parameters, uses and destruction, mapping of rows through a
 // chain, the forwarded record-source operations with their deliberate quirks, the index's
-// capacity and slot contents, display operations, field specifications and copies.
+// capacity and slot contents, display operations and copies.
 
 #include <gtest/gtest.h>
 
 #include "support/CookieContainers.h"
-#include "support/Log.h"
 #include "view/ViewProbe.h"
 
 namespace {
@@ -250,41 +249,6 @@ TEST(ViewCore, DisplayByIdentifier) {
   EXPECT_EQ(view->get_num_records(), 4u);
   EXPECT_EQ(view->sourceRow(0), 2u);
   EXPECT_EQ(view->sourceRow(3), 0u);
-}
-
-TEST(ViewFieldSpec, NamesBecomeReferencesAndUnknownOnesAreReported) {
-  std::vector<DBFieldDesc> fields{{"Name", DBFieldTypes::kText}, {"Scene", DBFieldTypes::kText}};
-  Zr::Ptr<kesta> db(new kesta(fields));
-  CapturingLogSink capture;
-  Held view(new KSTViewRep(db.get(), "Name,,Tape\tScene,"));
-  EXPECT_EQ(capture.text(), "Warning: KSTView::fieldSpec, non-existant fieldname \"Tape\".\n");
-  GrowString out;
-  view->asString(out);
-  EXPECT_STREQ(out.c_str(), "fieldSpec: Name,,Tape\tScene,\nfields: (Name Scene)\n");
-  EXPECT_EQ(view->dbFieldIndex("Scene"), 1);
-  EXPECT_EQ(view->dbFieldIndex("name"), -1);
-
-  // A second call pushes in front of the old list and turns the whole list round.
-  Held twice(new KSTViewRep(db.get(), "Name,Scene"));
-  twice->fieldSpec("Name");
-  GrowString list;
-  twice->fieldList()->asString(list);
-  EXPECT_STREQ(list.c_str(), "(Scene Name Name)");
-  EXPECT_STREQ(twice->fieldSpec(), "Name");
-
-  const char* names[] = {"Scene", "Name", nullptr};
-  Held listed(new KSTViewRep(db.get(), names));
-  EXPECT_STREQ(listed->fieldSpec(), "Scene,Name,");
-  Held identity(new KSTViewRep(db.get(), static_cast<const char*>(nullptr)));
-  EXPECT_STREQ(identity->fieldSpec(), "Name,Scene");
-
-  Zr::Ptr<kesta> bare(new kesta(std::vector<DBFieldDesc>{}));
-  Held empty(new KSTViewRep(bare.get()));
-  GrowString first_line;
-  empty->asString(first_line);
-  EXPECT_STREQ(first_line.c_str(), "fieldSpec: \n");
-  EXPECT_EQ(empty->fieldList(), nullptr);
-  EXPECT_EQ(empty->dbFieldIndex("Name"), -1);
 }
 
 TEST(ViewCopy, CopiesShareTheDatabaseOrStandOnAPrivateOne) {

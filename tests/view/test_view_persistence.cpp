@@ -1,0 +1,291 @@
+// Views written out as database files: the exact text, files loaded back as databases, the
+// view's tags against the database's, the tagged-only form with its row-count answer, and the
+// cases that write nothing.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "common/TestUtil.h"
+#include "view/KSTView.h"
+#include "view/ViewProbe.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr unsigned kName = 0;
+constexpr unsigned kTag = 2;
+
+// Name, Scene and Tag, all text; row i is named "Shot i" in scene "s<i>".
+Zr::Ptr<kesta> makeDatabase(int rows, bool with_tag = true) {
+  std::vector<DBFieldDesc> fields{{"Name", DBFieldTypes::kText}, {"Scene", DBFieldTypes::kText}};
+  if (with_tag) fields.push_back({"Tag", DBFieldTypes::kText});
+  Zr::Ptr<kesta> db(new kesta(fields));
+  db->add_param("Mode", "x");
+  db->add_records(rows);
+  for (unsigned r = 0; r < static_cast<unsigned>(rows); ++r) {
+    db->set_field(r, kName, ("Shot " + std::to_string(r)).c_str());
+    db->set_field(r, 1u, ("s" + std::to_string(r)).c_str());
+  }
+  db->clear_changed();
+  return db;
+}
+
+Lines linesOf(const std::string& path) {
+  Lines out;
+  const std::string text = testutil::readFile(path);
+  std::size_t start = 0;
+  while (start < text.size()) {
+    const std::size_t end = text.find('\n', start);
+    out.push_back(text.substr(start, end - start));
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+  return out;
+}
+
+Zr::Ptr<kesta> load(const testutil::TempDir& dir, const std::string& name) {
+  return Zr::Ptr<kesta>(new kesta(dir.wfile(name), 0x7fffffff, false));
+}
+
+std::vector<std::string> column(iKST& source, unsigned field) {
+  std::vector<std::string> out;
+  for (unsigned r = 0; r < source.get_num_records(); ++r) out.push_back(source.getField(r, field).c_str());
+  return out;
+}
+
+std::vector<std::string> params(KSTBase& object) {
+  std::vector<std::string> out;
+  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
+  return out;
+}
+
+// Everything observable about a database's records: every field, the tag and the changed mark.
+std::vector<std::string> snapshot(kesta& db) {
+  std::vector<std::string> out;
+  for (unsigned r = 0; r < db.get_num_records(); ++r) {
+    Zr::Ptr<dbrecord> record = db.get_record(r);
+    std::string line;
+    for (unsigned short f = 0; f < record->get_num_fields(); ++f) line += std::string(record->get_field(f)) + "|";
+    line += " tag " + std::to_string(record->get_tag()) + (record->changed() ? " changed" : "");
+    out.push_back(line);
+  }
+  return out;
+}
+
+const Lines kHead{"\"KESTA:Rev 1\"",
+                  "\"Mode:x\"",
+                  "\"Own:1\"",
+                  "\"KESTA\"",
+                  "\"32\",\"24\",\"1\"",
+                  "\"text\",\"text\",\"text\"",
+                  "\"Name\",\"Scene\",\"Tag\""};
+
+Lines withHead(const Lines& records) {
+  Lines out = kHead;
+  out.insert(out.end(), records.begin(), records.end());
+  return out;
+}
+
+TEST(ViewSave, WritesItsRowsWithItsOwnTagsAndLeavesTheDatabaseAlone) {
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(5);
+  db->set_tag(3, 1);  // tagged in the database, not in the view
+  db->set_field(4, kTag, "1");
+  db->clear_changed();
+  const std::vector<std::string> before = snapshot(*db);
+
+  KSTView view(new KSTViewRep(db.get()));
+  view->add_param("Own", "1");
+  view->displayRecordsAt(4, 1, 0);
+  view->displayRecordsAt(0, 1, 1);
+  view->displayRecordsAt(3, 1, 2);  // rows 4, 0, 3
+  view->set_tag(1, 1);
+  const Lines expected = withHead({"\"Shot 4\",\"s4\",\"0\"", "\"Shot 0\",\"s0\",\"1\"", "\"Shot 3\",\"s3\",\"0\""});
+
+  // Every way of saving writes the same file.
+  struct Way {
+    const char* what;
+    int (*save)(KSTViewRep&, const testutil::TempDir&);
+  } ways[] = {
+      {"wide name", [](KSTViewRep& v, const testutil::TempDir& d) { return v.saveAsText(d.wfile("out.kst"), false); }},
+      {"narrow name",
+       [](KSTViewRep& v, const testutil::TempDir& d) { return v.saveAsText(d.file("out.kst").c_str(), false); }},
+      {"save_text",
+       [](KSTViewRep& v, const testutil::TempDir& d) {
+         v.set_filename(d.wfile("out.kst"));
+         return v.save_text();
+       }},
+  };
+  for (const Way& way : ways) {
+    std::remove(dir.file("out.kst").c_str());
+    EXPECT_EQ(way.save(*view, dir), 3) << way.what;
+    EXPECT_EQ(linesOf(dir.file("out.kst")), expected) << way.what;
+    EXPECT_EQ(snapshot(*db), before) << way.what;
+    EXPECT_EQ(db->changed(), 0) << way.what;
+  }
+
+  // The file is a database of its own: the view's parameters, all columns, the view's rows.
+  Zr::Ptr<kesta> copy = load(dir, "out.kst");
+  EXPECT_EQ(copy->get_valid(), 1);
+  EXPECT_EQ(params(*copy), (std::vector<std::string>{"KESTA=Rev 1", "Mode=x", "Own=1"}));
+  ASSERT_EQ(copy->get_num_fields(), 3u);
+  EXPECT_EQ(column(*copy, kName), (std::vector<std::string>{"Shot 4", "Shot 0", "Shot 3"}));
+  EXPECT_EQ(column(*copy, kTag), (std::vector<std::string>{"0", "1", "0"}));
+  EXPECT_EQ(view->get_num_records(), 3u);
+}
+
+TEST(ViewSave, HeaderOnlyAndEmptyViewsWriteTheHeadAndAnswerZero) {
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(3);
+  KSTView full(new KSTViewRep(db.get()));
+  full->add_param("Own", "1");
+  full->displayAllRecords();
+  KSTView empty(new KSTViewRep(db.get()));
+  empty->add_param("Own", "1");
+
+  struct Case {
+    const char* what;
+    int answer;
+  } cases[] = {
+      {"header only", full->saveAsText(dir.wfile("head.kst"), true)},
+      {"empty view", empty->saveAsText(dir.wfile("empty.kst"), false)},
+      {"empty view, tagged only", empty->saveOnlyTagged(dir.wfile("empty-tagged.kst"))},
+  };
+  const char* files[] = {"head.kst", "empty.kst", "empty-tagged.kst"};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(cases[i].answer, 0) << cases[i].what;
+    EXPECT_EQ(linesOf(dir.file(files[i])), kHead) << cases[i].what;
+    Zr::Ptr<kesta> loaded = load(dir, files[i]);
+    EXPECT_EQ(loaded->get_valid(), 1) << cases[i].what;
+    EXPECT_EQ(loaded->get_num_fields(), 3u) << cases[i].what;
+    EXPECT_EQ(loaded->get_num_records(), 0u) << cases[i].what;
+  }
+}
+
+TEST(ViewSave, NothingIsWrittenWithoutASourceADatabaseOrAPlace) {
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(2);
+  KSTView view(new KSTViewRep(db.get()));
+  view->displayAllRecords();
+  db->set_tag(0, 1);
+
+  EXPECT_EQ(view->saveAsText(LightweightString<wchar_t>(), false), 0);
+  EXPECT_EQ(view->saveAsText(static_cast<const char*>(nullptr), false), 0);
+  EXPECT_EQ(view->saveOnlyTagged(""), 0);
+  EXPECT_EQ(view->save_text(), 0) << "the database has no file name, so neither has the view";
+
+  KSTView detached(new KSTViewRep(nullptr));
+  detached->displayRecordsAt(0, 2, 0);
+  EXPECT_EQ(detached->saveAsText(dir.wfile("detached.kst"), false), 0);
+  EXPECT_EQ(detached->saveOnlyTagged(dir.wfile("detached.kst")), 0);
+  EXPECT_FALSE(testutil::pathExists(dir.file("detached.kst")));
+
+  // Chained without a database: rows to show, but no column header to write.
+  KSTView headless(new KSTViewRep(nullptr));
+  headless->baseView(view.get());
+  headless->displayAllRecords();
+  ASSERT_EQ(headless->get_num_records(), 2u);
+  EXPECT_EQ(headless->saveAsText(dir.wfile("headless.kst"), false), 0);
+  EXPECT_FALSE(testutil::pathExists(dir.file("headless.kst")));
+
+  // A failed save answers 0 however many lines were ready.
+  const std::string nowhere = dir.file("missing/out.kst");
+  EXPECT_EQ(view->saveAsText(nowhere.c_str(), false), 0);
+  EXPECT_EQ(view->saveOnlyTagged(nowhere.c_str()), 0);
+  EXPECT_FALSE(testutil::pathExists(nowhere));
+}
+
+TEST(ViewSave, ChainedViewsWriteTheirOwnRowsUnderTheDatabasesFullHeader) {
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(6);
+  KSTView base(new KSTViewRep(db.get()));
+  base->displayRecordsAt(1, 4, 0);  // database rows 1 .. 4
+  base->tagAll(true);
+  base->add_param("Own", "1");
+  KSTView outer(new KSTViewRep(db.get(), "Name"));
+  outer->baseView(base.get());  // takes the base view's parameters
+  outer->displayRecordsAt(3, 1, 0);
+  outer->displayRecordsAt(0, 1, 1);  // base rows 3, 0: database rows 4, 1
+  outer->set_tag(1, 1);
+
+  EXPECT_EQ(outer->saveAsText(dir.wfile("outer.kst"), false), 2);
+  EXPECT_EQ(linesOf(dir.file("outer.kst")), withHead({"\"Shot 4\",\"s4\",\"0\"", "\"Shot 1\",\"s1\",\"1\""}));
+}
+
+TEST(ViewSave, WithoutATagFieldRecordsGoOutAsTheyAre) {
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(3, false);
+  KSTView view(new KSTViewRep(db.get()));
+  view->displayAllRecords();
+  view->tagAll(true);
+  db->set_tag(1, 1);
+  EXPECT_EQ(view->saveAsText(dir.wfile("plain.kst"), false), 3);
+  EXPECT_EQ(view->saveOnlyTagged(dir.wfile("plain-tagged.kst")), 3);
+
+  Zr::Ptr<kesta> all = load(dir, "plain.kst");
+  ASSERT_EQ(all->get_num_fields(), 2u);
+  EXPECT_EQ(column(*all, kName), column(*db, kName));
+  EXPECT_EQ(column(*all, 1u), column(*db, 1u));
+  Zr::Ptr<kesta> tagged = load(dir, "plain-tagged.kst");
+  EXPECT_EQ(column(*tagged, kName), (std::vector<std::string>{"Shot 1"}));
+  EXPECT_EQ(column(*tagged, 1u), (std::vector<std::string>{"s1"}));
+}
+
+TEST(ViewSaveOnlyTagged, WritesTheRecordsTheDatabaseTagsAndAnswersTheRowCount) {
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(6);
+  db->set_field(2, kTag, "7");  // the record's own text goes out untouched
+  db->set_tag(2, 1);
+  db->set_tag(4, 1);
+  db->set_tag(5, 1);  // not in the view
+  KSTView view(new KSTViewRep(db.get()));
+  view->add_param("Own", "1");
+  for (int row : {4, 3, 2, 1, 0}) view->displayRecordsAt(row, 1, view->get_num_records());
+  view->set_tag(1, 1);  // database row 3: tagged in the view only
+  view->set_tag(3, 1);  // database row 1: likewise
+
+  EXPECT_EQ(view->saveOnlyTagged(dir.wfile("tagged.kst")), 5);
+  EXPECT_EQ(linesOf(dir.file("tagged.kst")), withHead({"\"Shot 4\",\"s4\",\"\"", "\"Shot 2\",\"s2\",\"7\""}));
+  EXPECT_STREQ(db->getField(2, kTag).c_str(), "7");
+
+  // The same view saved whole carries the view's flags instead.
+  EXPECT_EQ(view->saveAsText(dir.wfile("whole.kst"), false), 5);
+  Zr::Ptr<kesta> whole = load(dir, "whole.kst");
+  EXPECT_EQ(column(*whole, kName), (std::vector<std::string>{"Shot 4", "Shot 3", "Shot 2", "Shot 1", "Shot 0"}));
+  EXPECT_EQ(column(*whole, kTag), (std::vector<std::string>{"0", "1", "0", "1", "0"}));
+
+  // With the database's tags gone, the tagged-only file has no records but the same answer.
+  db->set_all_tags(0);
+  EXPECT_EQ(view->saveOnlyTagged(dir.file("none.kst").c_str()), 5);
+  EXPECT_EQ(linesOf(dir.file("none.kst")), kHead);
+}
+
+TEST(ViewSave, RowsThatNameNoRecordAreSkipped) {
+  // database <- a <- b; deleting b's first row leaves b an entry that wraps past every row.
+  testutil::TempDir dir;
+  Zr::Ptr<kesta> db = makeDatabase(4);
+  KSTView a(new KSTViewRep(db.get()));
+  a->add_param("Own", "1");
+  a->displayAllRecords();
+  KSTView b(new KSTViewRep(db.get()));
+  b->baseView(a.get());
+  b->displayAllRecords();
+  b->deleteRecords(0, 1);
+  ASSERT_EQ(b->get_num_records(), 2u);
+  ASSERT_EQ((*b)[0], nullptr);
+  ASSERT_NE((*b)[1], nullptr);
+  const std::string shown = b->getField(1, kName).c_str();
+  b->tagAll(true);
+  db->set_all_tags(1);
+
+  EXPECT_EQ(b->saveAsText(dir.wfile("b.kst"), false), 1);
+  EXPECT_EQ(column(*load(dir, "b.kst"), kName), (std::vector<std::string>{shown}));
+  EXPECT_EQ(b->saveOnlyTagged(dir.wfile("b-tagged.kst")), 2);
+  EXPECT_EQ(column(*load(dir, "b-tagged.kst"), kName), (std::vector<std::string>{shown}));
+}
+
+}  // namespace
