@@ -1,4 +1,5 @@
 #include "Output.h"
+#include "Text.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -47,27 +48,7 @@ void append_hex_escape(std::string& out, const char* prefix, unsigned value) {
 }
 
 // A cell as the table shows it: one line, control characters escaped.
-std::string table_cell(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    auto u = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\t') {
-      out += "\\t";
-    } else if (c == '\r') {
-      out += "\\r";
-    } else if (u < 0x20 || u == 0x7f) {
-      char buffer[8];
-      std::snprintf(buffer, sizeof buffer, "\\x%02x", u);
-      out += buffer;
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
+std::string table_cell(std::string_view text) { return escapeControls(text); }
 
 // `text` cut to `width` code points, the last of them "…" when anything was cut.
 std::string fit(const std::string& text, std::size_t width) {

@@ -4,8 +4,9 @@
 
 namespace kst {
 
-std::string inQuotes(std::string_view text) {
-  std::string out = "\"";
+std::string escapeControls(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
   for (char c : text) {
     auto u = static_cast<unsigned char>(c);
     if (c == '\n') {
@@ -22,9 +23,10 @@ std::string inQuotes(std::string_view text) {
       out += c;
     }
   }
-  out += '"';
   return out;
 }
+
+std::string inQuotes(std::string_view text) { return "\"" + escapeControls(text) + "\""; }
 
 bool endsWith(std::string_view text, std::string_view tail) {
   return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;

@@ -9,6 +9,8 @@
 
 namespace kst {
 
+// One line of text: line feeds, tabs and other control characters shown as escapes.
+std::string escapeControls(std::string_view text);
 // The text quoted for a message: "Reel", with control characters shown as escapes.
 std::string inQuotes(std::string_view text);
 bool endsWith(std::string_view text, std::string_view tail);
