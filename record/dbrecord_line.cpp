@@ -1,6 +1,6 @@
 // The record line: one record as quoted, comma-separated fields on one text line. Every line
 // of a database file goes through here, so the reader is the library's hottest loop: one pass
-// over the line, a fixed buffer on the stack, and one allocation per finished non-empty field.
+// over the line into one scratch buffer, then one allocation for all the record's field texts.
 //
 // Writer and reader are not exact inverses, and files in the field rely on both directions as
 // they are: the writer escapes line feeds as backslash-n but leaves backslashes alone and drops
@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "record/CharClass.h"
 #include "record/dbrecord.h"
@@ -24,8 +26,6 @@ constexpr std::size_t kFieldBufferSize = 4096;
 constexpr std::size_t kMaxFieldLength = kFieldBufferSize - 1;
 // Fields are addressed with 16-bit indices; a line with more yields only the first ones.
 constexpr std::size_t kMaxFields = USHRT_MAX;
-// Room for a typical log line when the record brings none of its own.
-constexpr std::size_t kInitialFields = 32;
 
 // The first of the three bytes A, B, C in [p, end), or end. Scans a word at a time: fields are
 // mostly plain text, and this scan is most of the reader's work.
@@ -122,9 +122,15 @@ int dbrecord::read(TextFile& file) {
   fields_.clear();  // keeps the capacity: a database reads every line into a record of its width
   const std::string_view line = file.takeLine();
   if (isEssentiallyEmpty(line.data(), line.size())) return 0;
-  if (fields_.capacity() == 0) fields_.reserve(kInitialFields);
 
-  char buffer[kFieldBufferSize];
+  // Parsed texts never outgrow their line (escapes only shrink), so the scratch needs no more
+  // than the line and a long field's cut leaves room for the next one.
+  thread_local std::vector<char> scratch;
+  thread_local std::vector<std::string_view> texts;
+  if (scratch.size() < line.size() + kFieldBufferSize) scratch.resize(line.size() + kFieldBufferSize);
+  texts.clear();
+
+  char* out = scratch.data();
   const char* p = line.data();
   const char* const end = p + line.size();
   int count = 0;
@@ -136,16 +142,16 @@ int dbrecord::read(TextFile& file) {
       ++p;
       continue;
     }
-    const std::size_t length = parse_field(p, end, buffer);
+    const std::size_t length = parse_field(p, end, out);
     if (p != end) ++p;  // the comma, or the byte at which a long field was cut
-    if (fields_.size() < kMaxFields) {
-      if (length) {
-        fields_.emplace_back(buffer, length);
-      } else {
-        fields_.emplace_back();
-      }
+    if (texts.size() < kMaxFields) {
+      texts.emplace_back(out, length);
+      out += length;
     }
   }
+  if (fields_.capacity() < texts.size()) fields_.reserve(texts.size());
+  fields_.resize(texts.size());
+  LightweightString<char>::makeBatch(texts.data(), texts.size(), fields_.data());
   mark_changed();
   return count;
 }
@@ -153,7 +159,9 @@ int dbrecord::read(TextFile& file) {
 bool dbrecord::write(TextFile& file) const {
   std::size_t estimate = 0;
   for (const LightweightString<char>& field : fields_) estimate += field.size() + 3;
-  std::string line;
+  // Reused from line to line: a save writes every record through here.
+  thread_local std::string line;
+  line.clear();
   line.reserve(estimate + estimate / 16);
 
   bool first = true;

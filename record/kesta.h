@@ -195,6 +195,9 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   int32_t revision_ = 1;
   std::vector<TextSearch::Criteria> query_;
   int32_t match_options_ = 0;
+  // While the column header is written: every column's widest value, read in one pass, so
+  // that get_fieldsize need not walk all records once per column.
+  const std::vector<unsigned>* field_sizes_ = nullptr;
 };
 
 // The build's version, four dot-separated numbers.

@@ -67,6 +67,7 @@ bool kesta::isSpecialLabelField(unsigned long field) const {
 
 unsigned kesta::get_fieldsize(unsigned field) const {
   if (field >= fields_.size()) return 0;
+  if (field_sizes_ && field < field_sizes_->size()) return (*field_sizes_)[field];
   const RecordList& all = records();
   unsigned widest = 0;
   for (std::size_t row = 0; row < all.size(); ++row) {

@@ -1,14 +1,22 @@
 // kesta: sort fields, the process-wide comparison keys and the two record comparators.
 //
+// A whole-database sort does not call the comparators on records: it first reads each record's
+// keys once into a flat array of fixed-size prefixes, coded so that comparing prefixes orders
+// exactly as the comparators do, sorts that array and then moves the records. A comparison the
+// prefixes cannot settle falls back to the comparator itself, so the order is the same.
+//
 // The keys live in process-wide state (cmp_fields and its companions below) so that views can
 // prepare them through their database's sortPrepare and reuse dbr_cmp / dbr_backcmp. Only one
 // sort may run at a time in a process.
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <strings.h>
+#include <vector>
 
 #include "record/kesta.h"
 #include "support/StringUtils.h"
@@ -52,6 +60,219 @@ bool is_blank(const dbrecord* record) { return record == nullptr || record->is_b
 // sortPrepare compares nothing rather than faulting.
 int* cmp_fields = g_keys;
 
+namespace {
+
+// ------------------------------------------------------------ prefix keys for sort()
+
+// Keys read into the array; a comparison still level after them falls back to the comparator.
+constexpr std::size_t kPrefixKeys = 2;
+constexpr std::size_t kPrefixBytes = 16;
+
+// A key's first kPrefixBytes coded bytes as two big-endian words, so that word order is the
+// bytes' order; zero-padded, which sorts a text before any longer one.
+struct Prefix {
+  uint64_t hi = 0;
+  uint64_t lo = 0;
+  // Equal prefixes that are both exact mean the key compares level, except that natural order
+  // lets the bytes of `text` decide between values level by value ("a01", "a1").
+  bool exact = false;
+  bool empty = false;
+  bool leading_zeros = false;
+  const char* text = nullptr;
+
+  int order(const Prefix& other) const noexcept {
+    if (hi != other.hi) return hi < other.hi ? -1 : 1;
+    if (lo != other.lo) return lo < other.lo ? -1 : 1;
+    return 0;
+  }
+};
+
+struct PrefixWriter {
+  std::array<unsigned char, kPrefixBytes> bytes{};
+  std::size_t n = 0;
+  bool full() const noexcept { return n == kPrefixBytes; }
+  void put(unsigned char c) noexcept { bytes[n++] = c; }
+  void finish(Prefix& prefix) const noexcept {
+    for (std::size_t i = 0; i < 8; ++i) prefix.hi = (prefix.hi << 8) | bytes[i];
+    for (std::size_t i = 8; i < 16; ++i) prefix.lo = (prefix.lo << 8) | bytes[i];
+  }
+};
+
+// The byte strcasecmp compares in place of c, in the current locale as it does.
+struct LowerTable {
+  unsigned char lower[256];
+  LowerTable() {
+    for (int c = 0; c < 256; ++c) lower[c] = static_cast<unsigned char>(std::tolower(c));
+  }
+};
+
+void case_folded(const char* s, const LowerTable& table, Prefix& prefix) {
+  PrefixWriter w;
+  auto u = reinterpret_cast<const unsigned char*>(s);
+  while (*u && !w.full()) w.put(table.lower[*u++]);
+  prefix.exact = *u == 0;
+  w.finish(prefix);
+}
+
+// The first eight characters, then the frames part, as compare_timecodes reads them.
+void timecode_coded(const char* s, const LowerTable& table, Prefix& prefix) {
+  PrefixWriter w;
+  auto u = reinterpret_cast<const unsigned char*>(s);
+  for (std::size_t i = 0; i < 8 && u[i]; ++i) w.put(table.lower[u[i]]);
+  w.n = 8;
+  auto f = reinterpret_cast<const unsigned char*>(frames_part(s));
+  while (*f && !w.full()) w.put(table.lower[*f++]);
+  prefix.exact = *f == 0;
+  w.finish(prefix);
+}
+
+bool is_digit(unsigned char c) { return c >= '0' && c <= '9'; }
+
+// strxcmp's natural order as bytes: a run of digits becomes a count byte ('1' + significant
+// digits - 1, which like any digit sorts against other bytes as the run's first digit does)
+// followed by its significant digits. A run of nine or more digits ends the prefix at its
+// count byte, which is then the highest.
+void natural_coded(const char* s, Prefix& prefix) {
+  PrefixWriter w;
+  auto p = reinterpret_cast<const unsigned char*>(s);
+  bool exact = true;
+  while (*p) {
+    if (w.full()) {
+      exact = false;
+      break;
+    }
+    if (!is_digit(*p)) {
+      w.put(*p++);
+      continue;
+    }
+    const unsigned char* q = p;
+    while (*q == '0' && is_digit(q[1])) ++q;
+    if (q != p) prefix.leading_zeros = true;
+    const unsigned char* e = q;
+    while (is_digit(*e)) ++e;
+    const std::size_t count = static_cast<std::size_t>(e - q);
+    if (count >= 9) {
+      w.put('9');
+      exact = false;
+      break;
+    }
+    w.put(static_cast<unsigned char>('0' + count));
+    for (; q != e && !w.full(); ++q) w.put(*q);
+    if (q != e) {
+      exact = false;
+      break;
+    }
+    p = e;
+  }
+  prefix.exact = exact;
+  w.finish(prefix);
+}
+
+struct SortEntry {
+  std::array<Prefix, kPrefixKeys> keys;
+  uint32_t index = 0;
+  // dbr_cmp's classes: 0 a value in the first key, 1 none there but not blank, 2 blank.
+  uint8_t rank = 0;
+};
+
+// Fills the entries for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort.
+void read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
+               std::vector<SortEntry>& entries) {
+  const LowerTable table;
+  entries.resize(n);
+  const int first_key = cmp_fields[0];
+  for (std::size_t i = 0; i < n; ++i) {
+    SortEntry& entry = entries[i];
+    entry.index = static_cast<uint32_t>(i);
+    const dbrecord* record = records[i].get();
+    if (ascending) {
+      if (first_key < 0 || record == nullptr || record->getField(static_cast<unsigned short>(first_key)).empty()) {
+        // Without keys there is nothing more to read either.
+        entry.rank = is_blank(record) ? 2 : (first_key < 0 ? 0 : 1);
+        continue;
+      }
+    }
+    for (std::size_t k = 0; k < key_count; ++k) {
+      const auto field = static_cast<unsigned short>(cmp_fields[k]);
+      Prefix& prefix = entry.keys[k];
+      if (!ascending) {
+        const char* text = record ? record->get_field(field) : nullptr;
+        case_folded(text ? text : "", table, prefix);
+        continue;
+      }
+      const LightweightString<char>& value = record->getField(field);
+      if (value.empty()) {
+        prefix.empty = true;
+        break;  // the comparison ends here
+      }
+      const char* text = skip_space(value.c_str());
+      prefix.text = text;
+      if (cmp_fields[k] == g_timecode_key) {
+        timecode_coded(text, table, prefix);
+      } else if (g_case_insensitive) {
+        case_folded(text, table, prefix);
+      } else {
+        natural_coded(text, prefix);
+      }
+    }
+  }
+}
+
+// The sign of dbr_cmp(a, b), from the prefixes where they settle it.
+int ascending_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
+                    Zr::Ptr<dbrecord>* records) {
+  if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
+  if (a.rank != 0) return 0;
+  for (std::size_t k = 0; k < key_count; ++k) {
+    const Prefix& pa = a.keys[k];
+    const Prefix& pb = b.keys[k];
+    if (pa.empty || pb.empty) return pa.empty ? (pb.empty ? 0 : 1) : -1;
+    if (int r = pa.order(pb)) return r;
+    if (!pa.exact || !pb.exact) return dbr_cmp(&records[a.index], &records[b.index]);
+    if (pa.leading_zeros || pb.leading_zeros) {
+      // Level by value; strxcmp lets the bytes decide.
+      if (int r = std::strcmp(pa.text, pb.text)) return r < 0 ? -1 : 1;
+    }
+  }
+  return more_keys ? dbr_cmp(&records[a.index], &records[b.index]) : 0;
+}
+
+// The sign of dbr_backcmp(a, b), likewise.
+int descending_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
+                     Zr::Ptr<dbrecord>* records) {
+  for (std::size_t k = 0; k < key_count; ++k) {
+    const Prefix& pa = a.keys[k];
+    const Prefix& pb = b.keys[k];
+    if (int r = pa.order(pb)) return -r;
+    if (!pa.exact || !pb.exact) return dbr_backcmp(&records[a.index], &records[b.index]);
+  }
+  return more_keys ? dbr_backcmp(&records[a.index], &records[b.index]) : 0;
+}
+
+void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
+  std::size_t keys = 0;
+  while (cmp_fields[keys] >= 0) ++keys;
+  const std::size_t key_count = std::min(keys, kPrefixKeys);
+  const bool more_keys = keys > key_count;
+
+  std::vector<SortEntry> entries;
+  read_keys(records, n, ascending, key_count, entries);
+  if (ascending) {
+    std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
+      return ascending_order(a, b, key_count, more_keys, records) < 0;
+    });
+  } else {
+    std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
+      return descending_order(a, b, key_count, more_keys, records) < 0;
+    });
+  }
+  std::vector<Zr::Ptr<dbrecord>> sorted(n);
+  for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[entries[i].index]);
+  std::move(sorted.begin(), sorted.end(), records);
+}
+
+}  // namespace
+
 void kesta::set_sortfield(int field) {
   sort_fields_.clear();
   sort_fields_.push_back(static_cast<uint16_t>(field));
@@ -91,19 +312,7 @@ void kesta::sortPrepare(int /*direction*/, int caseInsensitive) {
 
 void kesta::sort(int direction, int caseInsensitive) {
   sortPrepare(direction, caseInsensitive);
-  if (!records_.empty()) {
-    Zr::Ptr<dbrecord>* begin = records_.contiguous();
-    Zr::Ptr<dbrecord>* end = begin + records_.size();
-    if (direction < 0) {
-      std::sort(begin, end, [](const Zr::Ptr<dbrecord>& a, const Zr::Ptr<dbrecord>& b) {
-        return dbr_backcmp(const_cast<Zr::Ptr<dbrecord>*>(&a), const_cast<Zr::Ptr<dbrecord>*>(&b)) < 0;
-      });
-    } else {
-      std::sort(begin, end, [](const Zr::Ptr<dbrecord>& a, const Zr::Ptr<dbrecord>& b) {
-        return dbr_cmp(const_cast<Zr::Ptr<dbrecord>*>(&a), const_cast<Zr::Ptr<dbrecord>*>(&b)) < 0;
-      });
-    }
-  }
+  if (!records_.empty()) sort_records(records_.contiguous(), records_.size(), direction >= 0);
   if (show_tags_only_) index_tags();
 }
 

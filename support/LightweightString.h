@@ -11,10 +11,16 @@
 // any other empty string. A body's characters are always zero-terminated. Appending writes in
 // place only when this handle is the body's sole holder and the body has room.
 //
+// Strings made together with makeBatch share one allocation (a record's fields, read from one
+// line, are made this way): each keeps its own text, and the allocation goes when the last of
+// them does. Such bodies never grow in place.
+//
 // Thread safety: a body shared between threads may be read concurrently; each handle is used
 // from one thread at a time. Bodies come from OS()->allocator().
 
 #include <atomic>
+#include <cstddef>
+#include <new>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
@@ -60,7 +66,7 @@ class LightweightString {
 
   void swap(LightweightString& other) noexcept { std::swap(body_, other.body_); }
 
-  const T* c_str() const noexcept { return body_ ? body_->chars : empty_text(); }
+  const T* c_str() const noexcept { return body_ ? chars_of(body_) : empty_text(); }
   const T* data() const noexcept { return c_str(); }
   uint32_t size() const noexcept { return body_ ? body_->length : 0; }
   uint32_t length() const noexcept { return size(); }
@@ -71,9 +77,10 @@ class LightweightString {
   std::basic_string_view<T> view() const noexcept { return {c_str(), size()}; }
   const T* begin() const noexcept { return c_str(); }
   const T* end() const noexcept { return c_str() + size(); }
-  uint32_t capacity() const noexcept { return body_ ? body_->capacity : 0; }
-  // Number of handles sharing the body (0 without one); for tests and diagnostics.
-  int32_t shareCount() const noexcept { return body_ ? body_->refs.load() : 0; }
+  uint32_t capacity() const noexcept { return body_ ? capacity_of(body_) : 0; }
+  // Number of handles keeping the body alive (0 without one); for a body made by makeBatch,
+  // the handles on every body of its batch. For tests and diagnostics.
+  int32_t shareCount() const noexcept { return body_ ? count_of(body_).load() : 0; }
 
   void clear() noexcept { drop(); }
 
@@ -82,8 +89,8 @@ class LightweightString {
   void resizeFor(unsigned length) {
     uint32_t keep = size() < length ? size() : length;
     Body* fresh = make_body(length);
-    if (body_ && keep) std::memcpy(fresh->chars, body_->chars, keep * sizeof(T));
-    fresh->chars[keep] = T(0);
+    if (body_ && keep) std::memcpy(chars_of(fresh), chars_of(body_), keep * sizeof(T));
+    chars_of(fresh)[keep] = T(0);
     fresh->length = keep;
     drop();
     body_ = fresh;
@@ -93,22 +100,24 @@ class LightweightString {
     if (n == 0) return *this;
     uint32_t old = size();
     uint32_t wanted = static_cast<uint32_t>(old + n);
-    if (!body_ || body_->refs.load(std::memory_order_acquire) != 1 || body_->capacity < wanted) {
+    // A batch body's count word is negative, never 1: it is always copied.
+    if (!body_ || body_->refs.load(std::memory_order_acquire) != 1 || capacity_of(body_) < wanted) {
       uint32_t grown = old ? old * 2 : 0;
       if (grown < wanted) grown = wanted;
       // `text` may point into our own body: copy it before letting the old body go.
       Body* fresh = make_body(grown);
-      if (body_ && old) std::memcpy(fresh->chars, body_->chars, old * sizeof(T));
-      std::memcpy(fresh->chars + old, text, n * sizeof(T));
+      T* chars = chars_of(fresh);
+      if (body_ && old) std::memcpy(chars, chars_of(body_), old * sizeof(T));
+      std::memcpy(chars + old, text, n * sizeof(T));
       fresh->length = wanted;
-      fresh->chars[wanted] = T(0);
+      chars[wanted] = T(0);
       drop();
       body_ = fresh;
       return *this;
     }
-    std::memmove(body_->chars + old, text, n * sizeof(T));
+    std::memmove(chars_of(body_) + old, text, n * sizeof(T));
     body_->length = wanted;
-    body_->chars[wanted] = T(0);
+    chars_of(body_)[wanted] = T(0);
     return *this;
   }
   LightweightString& operator+=(const T* text) { return text ? append(text, length_of(text)) : *this; }
@@ -140,6 +149,37 @@ class LightweightString {
     }
   }
 
+  // Sets out[0 .. count) to the texts, whose bodies share one allocation; an empty text gives
+  // a handle without a body. The texts must not point into bodies that `out` holds.
+  static void makeBatch(const std::basic_string_view<T>* texts, std::size_t count, LightweightString* out) {
+    std::size_t bytes = kBatchHeader;
+    for (std::size_t i = 0; i < count; ++i) {
+      if (!texts[i].empty()) bytes += batch_slot(texts[i].size());
+    }
+    if (bytes == kBatchHeader) {
+      for (std::size_t i = 0; i < count; ++i) out[i].clear();
+      return;
+    }
+    char* block = static_cast<char*>(OS()->allocator()->allocate(bytes));
+    auto* shared = new (block) std::atomic<int32_t>(0);
+    std::size_t at = kBatchHeader;
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::size_t n = texts[i].size();
+      if (n == 0) {
+        out[i].clear();
+        continue;
+      }
+      Body* body = new (block + at) Body{{-static_cast<int32_t>(at)}, static_cast<uint32_t>(n)};
+      T* chars = chars_of(body);
+      std::memcpy(chars, texts[i].data(), n * sizeof(T));
+      chars[n] = T(0);
+      shared->fetch_add(1, std::memory_order_relaxed);
+      out[i].drop();
+      out[i].body_ = body;
+      at += batch_slot(n);
+    }
+  }
+
   friend bool operator==(const LightweightString& a, const LightweightString& b) noexcept {
     return a.body_ == b.body_ || a.compare(b) == 0;
   }
@@ -152,12 +192,36 @@ class LightweightString {
   }
 
  private:
+  // A body's header; its characters follow it. A body of its own keeps its holder count in
+  // `refs` (always >= 1 while held) and its capacity in the word before the header. A batch
+  // body has a negative `refs`: minus its distance in bytes from its batch's shared count,
+  // which starts the allocation; its capacity is its length.
   struct Body {
     std::atomic<int32_t> refs;
     uint32_t length;
-    uint32_t capacity;
-    T* chars;
   };
+  // Before a body of its own: its capacity, padded so that the header stays 8-byte aligned.
+  static constexpr std::size_t kOwnHeader = 8;
+  // A batch starts with the shared count, padded likewise.
+  static constexpr std::size_t kBatchHeader = 8;
+  static_assert(sizeof(Body) == 8 && alignof(Body) <= 4 && alignof(T) <= 4);
+
+  static T* chars_of(Body* body) noexcept { return reinterpret_cast<T*>(body + 1); }
+  static const T* chars_of(const Body* body) noexcept { return reinterpret_cast<const T*>(body + 1); }
+  // The bytes a batch body of n characters takes, kept a multiple of 4 for the next header.
+  static std::size_t batch_slot(std::size_t n) noexcept { return (sizeof(Body) + (n + 1) * sizeof(T) + 3) & ~std::size_t(3); }
+  static int32_t link_of(const Body* body) noexcept { return body->refs.load(std::memory_order_relaxed); }
+  static std::atomic<int32_t>& count_of(Body* body) noexcept {
+    const int32_t link = link_of(body);
+    if (link > 0) return body->refs;
+    return *std::launder(reinterpret_cast<std::atomic<int32_t>*>(reinterpret_cast<char*>(body) + link));
+  }
+  static uint32_t capacity_of(const Body* body) noexcept {
+    if (link_of(body) < 0) return body->length;
+    uint32_t capacity;
+    std::memcpy(&capacity, reinterpret_cast<const char*>(body) - kOwnHeader, sizeof capacity);
+    return capacity;
+  }
 
   static const T* empty_text() noexcept {
     static const T zero = T(0);
@@ -184,33 +248,35 @@ class LightweightString {
     return (u >= 'A' && u <= 'Z') ? u + ('a' - 'A') : u;
   }
   static Body* make_body(uint32_t capacity) {
-    void* block = OS()->allocator()->allocate(sizeof(Body) + (std::size_t(capacity) + 1) * sizeof(T));
-    Body* body = static_cast<Body*>(block);
-    new (&body->refs) std::atomic<int32_t>(1);
-    body->length = 0;
-    body->capacity = capacity;
-    body->chars = reinterpret_cast<T*>(body + 1);
-    body->chars[0] = T(0);
+    char* block = static_cast<char*>(
+        OS()->allocator()->allocate(kOwnHeader + sizeof(Body) + (std::size_t(capacity) + 1) * sizeof(T)));
+    std::memcpy(block, &capacity, sizeof capacity);
+    Body* body = new (block + kOwnHeader) Body{{1}, 0};
+    chars_of(body)[0] = T(0);
     return body;
   }
   void assign(const T* text, std::size_t n) {
     if (!text || n == 0) return;
     Body* body = make_body(static_cast<uint32_t>(n));
-    std::memcpy(body->chars, text, n * sizeof(T));
-    body->chars[n] = T(0);
+    std::memcpy(chars_of(body), text, n * sizeof(T));
+    chars_of(body)[n] = T(0);
     body->length = static_cast<uint32_t>(n);
     body_ = body;
   }
   void retain() const noexcept {
-    if (body_) body_->refs.fetch_add(1, std::memory_order_relaxed);
+    if (body_) count_of(body_).fetch_add(1, std::memory_order_relaxed);
   }
   void drop() noexcept {
     Body* body = body_;
     body_ = nullptr;
-    if (body && body->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      body->refs.~atomic();
-      OS()->allocator()->release(body);
-    }
+    if (!body) return;
+    std::atomic<int32_t>& count = count_of(body);
+    if (count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    // The last holder: of the body alone, or of every body of its batch.
+    void* block = &count == &body->refs ? static_cast<void*>(reinterpret_cast<char*>(body) - kOwnHeader)
+                                        : static_cast<void*>(&count);
+    count.~atomic();
+    OS()->allocator()->release(block);
   }
 
   Body* body_ = nullptr;
