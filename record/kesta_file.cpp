@@ -7,6 +7,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +25,7 @@ namespace {
 
 constexpr unsigned kNotFound = 0xFFFFFFFFu;
 constexpr unsigned short kScratchFields = 24;
+constexpr std::size_t kMaxColumns = 0xFFFF;
 // Each formatted name field of the header is cut to this many bytes.
 constexpr std::size_t kNameFieldLimit = 254;
 
@@ -79,6 +82,8 @@ std::vector<LightweightString<char>> split_csv_line(const LightweightString<char
 void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file) {
   if (file.getNumLines() == 0) return;
   for (const LightweightString<char>& name : split_csv_line(file[0])) {
+    // Fields are addressed with 16-bit indices: further pieces are dropped, as a record line's are.
+    if (fields.size() == kMaxColumns) break;
     fields.push_back(DBFieldDesc(name, DBFieldTypes::kTextS));
   }
   if (fields.empty()) return;
@@ -91,6 +96,25 @@ void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file)
   }
 }
 
+struct ClearOnExit {
+  const std::vector<unsigned>*& slot;
+  ~ClearOnExit() { slot = nullptr; }
+};
+
+// Each column's widest value over the full record list, in one pass.
+std::vector<unsigned> widest_values(const RecordList& records, std::size_t columns) {
+  std::vector<unsigned> widest(columns, 0);
+  for (std::size_t row = 0; row < records.size(); ++row) {
+    const dbrecord* record = records[row].get();
+    if (!record) continue;
+    const std::size_t n = std::min<std::size_t>(columns, record->get_num_fields());
+    for (std::size_t f = 0; f < n; ++f) {
+      widest[f] = std::max(widest[f], record->getField(static_cast<unsigned short>(f)).size());
+    }
+  }
+  return widest;
+}
+
 void append_quoted_list(std::string& line, std::size_t index, const char* text) {
   if (index > 0) line += ',';
   line += '"';
@@ -98,24 +122,88 @@ void append_quoted_list(std::string& line, std::size_t index, const char* text) 
   line += '"';
 }
 
+// A store marks a record changed even when it stores nothing new, and the text goes back
+// after it: the only way to set the mark alone.
+void remark_changed(dbrecord& record) {
+  if (record.get_num_fields() == 0) return;
+  const LightweightString<char> text = record.getField(0);
+  record.set_field(0, nullptr, false);
+  record.setField(0, text);
+}
+
+// What a save changes in the database before it knows whether the file was written: the
+// records' "Tag" texts and changed marks, and the database's changed flag. Unless the save
+// commits, the destructor puts them back (allocation failure included), so a failed save
+// leaves the database as it was.
+class SaveUndo {
+ public:
+  SaveUndo(const RecordList& records, unsigned tag_column, int32_t& database_changed)
+      : tag_column_(tag_column), database_changed_(database_changed), was_changed_(database_changed) {
+    saved_.reserve(records.size());
+    for (std::size_t row = 0; row < records.size(); ++row) {
+      Zr::Ptr<dbrecord> record = records[row];
+      if (!record) continue;
+      saved_.push_back(Saved{record, has_tag(*record) ? record->getField(tag_index()) : LightweightString<char>(),
+                             record->changed()});
+    }
+  }
+  ~SaveUndo() {
+    if (committed_) return;
+    for (const Saved& s : saved_) {
+      if (has_tag(*s.record)) s.record->setField(tag_index(), s.tag);
+      if (s.changed) {
+        remark_changed(*s.record);
+      } else {
+        s.record->clear_changed();
+      }
+    }
+    database_changed_ = was_changed_;
+  }
+  SaveUndo(const SaveUndo&) = delete;
+  SaveUndo& operator=(const SaveUndo&) = delete;
+
+  void commit() noexcept { committed_ = true; }
+
+ private:
+  struct Saved {
+    Zr::Ptr<dbrecord> record;
+    LightweightString<char> tag;
+    bool changed;
+  };
+  bool has_tag(const dbrecord& record) const noexcept {
+    return tag_column_ != kNotFound && tag_column_ < record.get_num_fields();
+  }
+  unsigned short tag_index() const noexcept { return static_cast<unsigned short>(tag_column_); }
+
+  std::vector<Saved> saved_;
+  const unsigned tag_column_;
+  int32_t& database_changed_;
+  const int32_t was_changed_;
+  bool committed_ = false;
+};
+
 // Writes every record of the full list, whatever the tag display mode, after storing its tag
 // in the "Tag" column, then saves the file. The tag goes in through the virtual row setter, so
 // a derived class sees the store in its own row numbering.
-int save_records(kesta& db, const RecordList& records, TextFile& file, const LightweightString<wchar_t>& name) {
+int save_records(kesta& db, const RecordList& records, int32_t& database_changed, TextFile& file,
+                 const LightweightString<wchar_t>& name) {
   const unsigned tag_column = db.get_fieldnum(LightweightString<char>("Tag"));
+  SaveUndo undo(records, tag_column, database_changed);
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
     Zr::Ptr<dbrecord> record = records[row];
     if (!record) continue;  // an entry left empty by insert_records has nothing to write
     if (tag_column != kNotFound) {
-      std::snprintf(tag_text, sizeof tag_text, "%u", static_cast<unsigned>(record->get_tag()));
+      *std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr = '\0';
       db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
     }
     if (!record->write(file)) break;
     ++written;
   }
-  return file.save(name, TextFile::kEOL_LF) ? written : 0;
+  if (!file.save(name, TextFile::kEOL_LF)) return 0;
+  undo.commit();
+  return written;
 }
 
 }  // namespace
@@ -126,14 +214,14 @@ int kesta::save_text() {
   TextFile file;
   save_params(file);
   save_column_header(file, false);
-  return save_records(*this, records_, file, file_name_);
+  return save_records(*this, records_, changed_, file, file_name_);
 }
 
 int kesta::save_text_without_header() {
   TextFile file;
   save_params(file);
   save_column_header(file, true);
-  return save_records(*this, records_, file, file_name_);
+  return save_records(*this, records_, changed_, file, file_name_);
 }
 
 // Keys and values go out as they are: a quote inside them is not doubled.
@@ -154,7 +242,11 @@ void kesta::save_column_header(TextFile& file, bool namesOnly) {
   if (!namesOnly) {
     file.appendLine(std::string_view("\"KESTA\""));
 
-    // Widths are written for other readers; this reader ignores them.
+    // Widths are written for other readers; this reader ignores them. They still go through
+    // get_fieldsize, which a derived class may answer its own way.
+    const std::vector<unsigned> widest = widest_values(records_, fields_.size());
+    field_sizes_ = &widest;
+    const ClearOnExit done{field_sizes_};
     for (unsigned f = 0; f < fields_.size(); ++f) {
       const unsigned minimum = static_cast<unsigned>(getMinFieldSize(fields_[f].name.c_str()));
       const unsigned used = get_fieldsize(f);

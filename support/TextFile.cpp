@@ -67,12 +67,26 @@ bool write_all(iFileSystem* fs, int fd, const char* data, std::size_t size) {
   return true;
 }
 
-int sync_file(iFileSystem* fs, int fd) {
+// Runs a call again while it is interrupted before doing anything.
+template <class Call>
+int retrying(Call call) {
   int result;
   do {
-    result = fs->fsync(fd);
+    result = call();
   } while (result != 0 && errno == EINTR);
   return result;
+}
+
+// A close that reports an error may be the first report of a lost transfer. EINTR still
+// closes on Linux, so it is not retried and not an error.
+bool close_file(iFileSystem* fs, int fd) { return fs->close(fd) == 0 || errno == EINTR; }
+
+// Makes the folder's entries durable. Folders on file systems that cannot flush them (EINVAL,
+// ENOTSUP) leave that to the file system; every other failure means the new name may not
+// survive a power loss.
+bool sync_folder(iFileSystem* fs, const LightweightString<char>& folder) {
+  if (retrying([&] { return fs->syncDirectory(folder.c_str()); }) == 0) return true;
+  return errno == EINVAL || errno == ENOTSUP;
 }
 
 // Gathers lines and their terminators into large writes.
@@ -144,7 +158,7 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
 
   uint64_t size = 0;
   int64_t got = -1;
-  if (fs->fileSize(fd, size) == 0) {
+  if (retrying([&] { return fs->fileSize(fd, size); }) == 0) {
     try {
       or_bad_alloc([&] { buffer_.resize(size); });
     } catch (...) {
@@ -153,7 +167,9 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
     }
     got = read_all(fs, fd, buffer_.data(), size);
   }
-  fs->close(fd);
+  // Callers rely on a load that either read the whole file or failed: an error reported at
+  // close counts as an error of the read.
+  if (!close_file(fs, fd)) got = -1;
   if (got < 0) {
     clear();
     return false;
@@ -201,6 +217,8 @@ bool TextFile::save(const LightweightString<wchar_t>& name, eEOLStyle style) con
   LightweightString<char> target = toUTF8(name);
   if (target.empty()) return false;
   iFileSystem* fs = OS()->fileSystem();
+  // Made before the temporary file exists, so that nothing after it can fail to allocate.
+  const LightweightString<char> folder = folder_of(target);
 
   LightweightString<char> temp;
   int fd = -1;
@@ -222,18 +240,19 @@ bool TextFile::save(const LightweightString<wchar_t>& name, eEOLStyle style) con
     }
     ok = ok && out.flush();
   }
-  ok = ok && sync_file(fs, fd) == 0;
-  // A failing close can be the first report of a lost write; EINTR still closes on Linux.
-  if (fs->close(fd) != 0 && errno != EINTR) ok = false;
-  ok = ok && fs->rename(temp.c_str(), target.c_str()) == 0;
+  // The data must be on the disk before the name points at it, or a power loss could leave
+  // the target naming an empty or partly written file.
+  ok = ok && retrying([&] { return fs->fsync(fd); }) == 0;
+  if (!close_file(fs, fd)) ok = false;
+  ok = ok && retrying([&] { return fs->rename(temp.c_str(), target.c_str()); }) == 0;
   if (!ok) {
     int saved = errno;
-    fs->unlink(temp.c_str());
+    retrying([&] { return fs->unlink(temp.c_str()); });
     errno = saved;
     return false;
   }
-  // The rename has replaced the target: the save is done. Flushing the folder makes the new
-  // name durable; where the folder cannot be flushed there is nothing left to undo.
-  fs->syncDirectory(folder_of(target).c_str());
-  return true;
+  // The target now holds the new text, but until the folder is flushed a power loss may bring
+  // the old one back: only then has the save succeeded. A failure here leaves the target
+  // holding either text, which callers accept from a failed save.
+  return sync_folder(fs, folder);
 }

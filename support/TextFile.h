@@ -14,8 +14,12 @@
 // terminator adds no empty line. Lines past the end read as empty.
 //
 // Saving is atomic: the lines go to a temporary file in the same folder, which is flushed,
-// renamed over the target, and the folder flushed. On any failure the temporary file is
-// removed, an existing target is untouched, and save answers false.
+// renamed over the target, and the folder flushed. A save that answers true survives a power
+// loss. On a failure before the rename the temporary file is removed, an existing target is
+// untouched, and save answers false; when only the folder flush fails, save answers false and
+// the target holds the old text or the new one, whichever a power loss leaves.
+//
+// Loading answers false when any call fails, closing the file included.
 //
 // All file calls go through OS()->fileSystem().
 //
