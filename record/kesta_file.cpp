@@ -282,6 +282,11 @@ void kesta::loadFromFile(const LightweightString<wchar_t>& fileName, int maxReco
 
 void kesta::loadFromFile(int maxRecords, bool strict) {
   init();  // records already held stay
+  // The columns are about to be replaced, and their name lookup and special-label flags with
+  // them: kept, a reload would go on answering with the previous file's column numbers (a save
+  // would then write tags into whatever column now stands where "Tag" stood).
+  field_name_index_.clear();
+  special_label_flags_.clear();
   TextFile file;
   if (!file.load(file_name_, '\n', false)) return;
 

@@ -366,3 +366,30 @@ TEST_F(KestaFile, ExampleLogsLoadAndSaveBackUnchanged) {
 }
 
 }  // namespace
+
+namespace {
+
+// Loading a second file into the same database must answer with the new file's columns.
+TEST(KestaReload, ColumnLookupsFollowTheNewFile) {
+  testutil::TempDir dir;
+  testutil::writeFile(dir.file("a.kst"),
+                      "\"KESTA:Rev 1\"\n\"KESTA\"\n\"1\",\"12\"\n\"text\",\"timecode\"\n\"Tag\",\"Start time\"\n"
+                      "\"1\",\"01:00:00:00\"\n");
+  testutil::writeFile(dir.file("b.kst"),
+                      "\"KESTA:Rev 1\"\n\"KESTA\"\n\"12\",\"100\",\"1\"\n\"timecode\",\"text\",\"text\"\n"
+                      "\"End time\",\"Notes\",\"Tag\"\n\"01:00:10:00\",\"keep me\",\"0\"\n");
+  kesta db(dir.wfile("a.kst"), 100, false);
+  ASSERT_EQ(db.get_fieldnum("Tag"), 0u);
+  db.loadFromFile(dir.wfile("b.kst"), 100, false);
+  EXPECT_EQ(db.get_fieldnum("Tag"), 2u);
+  EXPECT_EQ(db.get_fieldnum("Notes"), 1u);
+  EXPECT_EQ(db.get_fieldnum("Start time"), 0xFFFFFFFFu);
+  // Queries treat the new "End time" as a range column: without a "Start time" nothing
+  // matches, where a plain text match of the old column's flags would have found the row.
+  dbrecord query(3);
+  query.set_field(0, "01:00:1");
+  db.set_query(&query);
+  EXPECT_EQ(db.tag_matching_records(0), 0);
+}
+
+}  // namespace
