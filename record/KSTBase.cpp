@@ -3,6 +3,8 @@
 
 #include "record/KSTBase.h"
 
+#include <string>
+
 iKST::~iKST() = default;
 
 KSTBase::KSTBase() : params_(new ParamList()) {}
@@ -53,3 +55,15 @@ void KSTBase::append_param(const LightweightString<char>& key, const Lightweight
 void KSTBase::empty_params() { params_->clear(); }
 
 void KSTBase::share_params(const KSTBase& other) { params_ = other.params_; }
+
+void KSTBase::write_param_lines(TextFile& file) const {
+  std::string line;
+  for (const Zr::AttribValuePair& pair : params()) {
+    line.assign(1, '"');
+    line.append(pair.name().view());
+    line += ':';
+    line.append(pair.value().view());
+    line += '"';
+    file.appendLine(std::string_view(line));
+  }
+}

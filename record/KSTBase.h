@@ -10,6 +10,7 @@
 
 #include "record/iKST.h"
 #include "support/AttribValuePair.h"
+#include "support/TextFile.h"
 
 class KESTA_API KSTBase : public iKST {
  public:
@@ -33,6 +34,9 @@ class KESTA_API KSTBase : public iKST {
   LightweightString<char> getParamVal(const char* key) const;
 
   const ParamList& params() const noexcept { return *params_; }
+  // Appends one line per parameter, in order: a double quote, the key, ":", the value and a
+  // double quote. Keys and values go out as they are (a quote inside is not doubled).
+  void write_param_lines(TextFile& file) const;
   unsigned num_params() const noexcept { return static_cast<unsigned>(params_->size()); }
 
  protected:

@@ -224,18 +224,7 @@ int kesta::save_text_without_header() {
   return save_records(*this, records_, changed_, file, file_name_);
 }
 
-// Keys and values go out as they are: a quote inside them is not doubled.
-void kesta::save_params(TextFile& file) {
-  std::string line;
-  for (const Zr::AttribValuePair& pair : params()) {
-    line.assign(1, '"');
-    line.append(pair.name().view());
-    line += ':';
-    line.append(pair.value().view());
-    line += '"';
-    file.appendLine(std::string_view(line));
-  }
-}
+void kesta::save_params(TextFile& file) { write_param_lines(file); }
 
 void kesta::save_column_header(TextFile& file, bool namesOnly) {
   std::string line;

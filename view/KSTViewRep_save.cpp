@@ -17,15 +17,7 @@ namespace {
 bool writeHead(KSTViewRep& view, const LightweightString<wchar_t>& name, TextFile& file) {
   kesta* database = view.database();
   if (!view.db() || !database || name.empty()) return false;
-  std::string line;
-  for (const Zr::AttribValuePair& pair : view.params()) {
-    line.assign(1, '"');
-    line.append(pair.name().view());
-    line += ':';
-    line.append(pair.value().view());
-    line += '"';
-    file.appendLine(std::string_view(line));
-  }
+  view.write_param_lines(file);
   database->save_column_header(file, false);
   return true;
 }
