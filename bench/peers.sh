@@ -6,7 +6,9 @@
 #   bench/peers.sh                 # 1,000,000 records, 3 runs per job
 #   RECORDS=100000 RUNS=5 bench/peers.sh
 #
-# Environment: RECORDS, RUNS, WORK (data and results folder, default /tmp/kesta-peers),
+#   TOOLS='^kst$|memchr' bench/peers.sh   # only the tools whose names match (an extended regex)
+#
+# Environment: RECORDS, RUNS, TOOLS, WORK (data and results folder, default /tmp/kesta-peers),
 # KST (a kst binary; default: a Release build made in build/peers-release), SCENE (the text
 # looked for in Scene), TC (the time-code prefix the start..end range must cover).
 # Installs what is missing: miller, sqlite3, hyperfine and GNU time from Debian's packages,
@@ -16,6 +18,7 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "$0")/.." && pwd)"
 RECORDS="${RECORDS:-1000000}"
 RUNS="${RUNS:-3}"
+TOOLS="${TOOLS:-.}"
 WORK="${WORK:-/tmp/kesta-peers}"
 SCENE="${SCENE:-12}"
 TC="${TC:-01:00:1}"
@@ -128,6 +131,7 @@ RESULTS="$WORK/results.tsv"
 : >"$RESULTS"
 for entry in "${jobs[@]}"; do
   IFS='|' read -r job tool command <<<"$entry"
+  [[ "$tool" =~ $TOOLS ]] || continue
   echo "== $job: $tool" >&2
   json="$WORK/hf.json"
   if ! hyperfine --style none --warmup 1 --runs "$RUNS" --export-json "$json" "$command" >/dev/null 2>"$WORK/hf.err"; then

@@ -43,6 +43,8 @@ class KESTA_API KSTBase : public iKST {
   // Appends a pair as it comes: no lookup, duplicates kept (what a file load does).
   void append_param(const LightweightString<char>& key, const LightweightString<char>& value);
   void empty_params();
+  // Exchanges the list's pairs with `pairs`, in place (sharers see it too); never fails.
+  void swap_params(ParamList& pairs) noexcept { params_->swap(pairs); }
   // Makes this object use `other`'s list (shared, counted).
   void share_params(const KSTBase& other);
 

@@ -2,8 +2,9 @@
 // header (marker, widths, types, names), then one record line per record, every line in the
 // record line syntax; and plain comma-separated input for files named "*.csv".
 //
-// Whole files go through a TextFile: loaded with one read, saved atomically. Records are read
-// straight from the TextFile's lines, so a load holds the file once plus the records.
+// Files are loaded whole through a TextFile with one read, and saved atomically through a
+// TextFileWriter that streams the lines. Records are read straight from the TextFile's lines,
+// so a load holds the file once plus the records.
 
 #include <strings.h>
 
@@ -20,6 +21,7 @@
 #include "record/kesta.h"
 #include "support/Log.h"
 #include "support/StringUtils.h"
+#include "support/TextFileWriter.h"
 
 namespace {
 
@@ -137,11 +139,13 @@ void remark_changed(dbrecord& record) {
 // leaves the database as it was.
 class SaveUndo {
  public:
+  // Every record is remembered before the first tag is stored: in the tagged-only display the
+  // row setter reaches records by their tagged row, which may be a later record of the list.
   SaveUndo(const RecordList& records, unsigned tag_column, int32_t& database_changed)
       : tag_column_(tag_column), database_changed_(database_changed), was_changed_(database_changed) {
     saved_.reserve(records.size());
     for (std::size_t row = 0; row < records.size(); ++row) {
-      Zr::Ptr<dbrecord> record = records[row];
+      const Zr::Ptr<dbrecord>& record = records[row];
       if (!record) continue;
       saved_.push_back(Saved{record, has_tag(*record) ? record->getField(tag_index()) : LightweightString<char>(),
                              record->changed()});
@@ -185,10 +189,14 @@ class SaveUndo {
 // Writes every record of the full list, whatever the tag display mode, after storing its tag
 // in the "Tag" column, then saves the file. The tag goes in through the virtual row setter, so
 // a derived class sees the store in its own row numbering.
-int save_records(kesta& db, const RecordList& records, int32_t& database_changed, TextFile& file,
+int save_records(kesta& db, const RecordList& records, int32_t& database_changed, const TextFile& head,
                  const LightweightString<wchar_t>& name) {
   const unsigned tag_column = db.get_fieldnum(LightweightString<char>("Tag"));
   SaveUndo undo(records, tag_column, database_changed);
+  // The lines go to the disk as they are made: a large log is never held twice in memory.
+  TextFileWriter out(name, TextFile::kEOL_LF);
+  for (unsigned i = 0; i < head.getNumLines(); ++i) out.appendLine(head.line(i));
+  TextFile line;  // one record's line at a time, its buffer reused
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
@@ -198,10 +206,12 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
       *std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr = '\0';
       db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
     }
-    if (!record->write(file)) break;
+    line.clear();
+    if (!record->write(line)) break;
+    out.appendLine(line.line(0));
     ++written;
   }
-  if (!file.save(name, TextFile::kEOL_LF)) return 0;
+  if (!out.commit()) return 0;
   undo.commit();
   return written;
 }
@@ -265,56 +275,92 @@ void kesta::save_column_header(TextFile& file, bool namesOnly) {
 // ------------------------------------------------------------------------- loading
 
 void kesta::loadFromFile(const LightweightString<wchar_t>& fileName, int maxRecords, bool strict) {
+  LightweightString<wchar_t> previous_name = file_name_;
   if (&fileName != &file_name_) set_filename(fileName);
-  loadFromFile(maxRecords, strict);
+  try {
+    loadFromFile(maxRecords, strict);
+  } catch (...) {
+    file_name_.swap(previous_name);
+    throw;
+  }
 }
 
 void kesta::loadFromFile(int maxRecords, bool strict) {
-  init();  // records already held stay
+  // What a load replaces is set aside rather than emptied, and the records it appends are
+  // dropped again, so that a failed allocation leaves the database as it was.
+  ParamList previous_params;
+  std::vector<DBFieldDesc> previous_fields;
+  FieldNameIndex previous_names;
+  std::vector<bool> previous_flags;
+  std::vector<uint16_t> previous_sort_fields = sort_fields_;
+  const int32_t previous_scalars[] = {show_tags_only_, changed_, valid_, revision_, match_options_};
+  const std::size_t held = records_.size();
+  swap_params(previous_params);
+  previous_fields.swap(fields_);
   // The columns are about to be replaced, and their name lookup and special-label flags with
   // them: kept, a reload would go on answering with the previous file's column numbers (a save
   // would then write tags into whatever column now stands where "Tag" stood).
-  field_name_index_.clear();
-  special_label_flags_.clear();
-  TextFile file;
-  if (!file.load(file_name_, '\n', false)) return;
+  previous_names.swap(field_name_index_);
+  previous_flags.swap(special_label_flags_);
+  init();  // records already held stay
 
-  if (has_csv_suffix(file_name_)) {
-    // Left as read: no post_init, no record limit, changed marks kept.
-    read_csv(*this, fields_, file);
-    valid_ = 1;
-    return;
-  }
+  auto load = [&] {
+    TextFile file;
+    if (!file.load(file_name_, '\n', false)) return;
 
-  dbrecord line(kScratchFields);
-  read_params(file, &line);
-  if (num_params() == 0) return;
-
-  if (is_marker(line)) {
-    dbrecord widths(0);
-    dbrecord types(0);
-    dbrecord names(0);
-    widths.read(file);
-    types.read(file);
-    names.read(file);
-    if (types.get_num_fields() != names.get_num_fields()) return;
-    for (unsigned short f = 0; f < names.get_num_fields(); ++f) {
-      fields_.push_back(DBFieldDesc(names.getField(f), fieldTypeFromString(types.getField(f))));
-    }
-  } else {
-    if (strict) {
-      valid_ = 0;
+    if (has_csv_suffix(file_name_)) {
+      // Left as read: no post_init, no record limit, changed marks kept.
+      read_csv(*this, fields_, file);
+      valid_ = 1;
       return;
     }
-    // No header: the line that ended the parameters names the columns.
-    for (unsigned short f = 0; f < line.get_num_fields(); ++f) {
-      fields_.push_back(DBFieldDesc(line.getField(f), guess_type(line.get_field(f))));
+
+    dbrecord line(kScratchFields);
+    read_params(file, &line);
+    if (num_params() == 0) return;
+
+    if (is_marker(line)) {
+      dbrecord widths(0);
+      dbrecord types(0);
+      dbrecord names(0);
+      widths.read(file);
+      types.read(file);
+      names.read(file);
+      if (types.get_num_fields() != names.get_num_fields()) return;
+      for (unsigned short f = 0; f < names.get_num_fields(); ++f) {
+        fields_.push_back(DBFieldDesc(names.getField(f), fieldTypeFromString(types.getField(f))));
+      }
+    } else {
+      if (strict) {
+        valid_ = 0;
+        return;
+      }
+      // No header: the line that ended the parameters names the columns.
+      for (unsigned short f = 0; f < line.get_num_fields(); ++f) {
+        fields_.push_back(DBFieldDesc(line.getField(f), guess_type(line.get_field(f))));
+      }
     }
+    valid_ = 1;
+    post_init();
+    add_text(file, 0, maxRecords);
+    clear_changed();
+  };
+  try {
+    load();
+  } catch (...) {
+    records_.erase(held, records_.size() - held);
+    swap_params(previous_params);
+    fields_.swap(previous_fields);
+    field_name_index_.swap(previous_names);
+    special_label_flags_.swap(previous_flags);
+    sort_fields_.swap(previous_sort_fields);
+    show_tags_only_ = previous_scalars[0];
+    changed_ = previous_scalars[1];
+    valid_ = previous_scalars[2];
+    revision_ = previous_scalars[3];
+    match_options_ = previous_scalars[4];
+    throw;
   }
-  valid_ = 1;
-  post_init();
-  add_text(file, 0, maxRecords);
-  clear_changed();
 }
 
 void kesta::read_params(TextFile& file, dbrecord* line) {

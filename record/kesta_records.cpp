@@ -85,8 +85,13 @@ unsigned kesta::add_records(int count) {
   if (show_tags_only_) return kNotFound;
   const unsigned before = static_cast<unsigned>(records_.size());
   if (count > 0) {
-    records_.reserve(records_.size() + static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) records_.push_back(newRecord());
+    try {
+      records_.reserve(records_.size() + static_cast<std::size_t>(count));
+      for (int i = 0; i < count; ++i) records_.push_back(newRecord());
+    } catch (...) {
+      records_.erase(before, records_.size() - before);  // all or none
+      throw;
+    }
   }
   identifier_index_.clear();
   return before;
@@ -139,12 +144,20 @@ bool kesta::set_field(unsigned row, const Cookie& id) {
 
 Zr::Ptr<dbrecord> kesta::addRecord(const Cookie& id) {
   Zr::Ptr<dbrecord> record = newRecord();
+  const int32_t was_changed = changed_;
   records_.push_back(record);
-  const unsigned field = get_fieldnum(LightweightString<char>("cookie"));
-  if (field == kNotFound || field >= record->get_num_fields()) return record;
-  record->setField(static_cast<unsigned short>(field), id.asString(false));
-  // An index not yet built stays unbuilt; an existing entry for `id` keeps its row.
-  if (!identifier_index_.empty()) identifier_index_.emplace(id, static_cast<unsigned>(records_.size() - 1));
+  try {
+    const unsigned field = get_fieldnum(LightweightString<char>("cookie"));
+    if (field == kNotFound || field >= record->get_num_fields()) return record;
+    record->setField(static_cast<unsigned short>(field), id.asString(false));
+    // An index not yet built stays unbuilt; an existing entry for `id` keeps its row.
+    if (!identifier_index_.empty()) identifier_index_.emplace(id, static_cast<unsigned>(records_.size() - 1));
+  } catch (...) {
+    // All or none: the record goes again, and with it the mark its identifier set.
+    records_.erase(records_.size() - 1, 1);
+    changed_ = was_changed;
+    throw;
+  }
   return record;
 }
 

@@ -5,6 +5,7 @@
 // own rows; only invert_all_tags and index_tags read the full record list directly.
 
 #include <cstdint>
+#include <vector>
 
 #include "record/kesta.h"
 
@@ -82,22 +83,36 @@ unsigned kesta::delete_tagged_records() {
 }
 
 void kesta::set_show_tags_only(int on) {
+  const int32_t previous = show_tags_only_;
   show_tags_only_ = on;
-  if (on) index_tags();
+  if (!on) return;
+  try {
+    index_tags();
+  } catch (...) {
+    show_tags_only_ = previous;
+    throw;
+  }
 }
 
 unsigned kesta::index_tags() {
-  tagged_.clear();
+  // The old index is set aside rather than cleared, so that a failed allocation can put it back.
+  std::vector<Zr::Ptr<dbrecord>> previous;
+  previous.swap(tagged_);
   // The bound is the virtual row count, which is the tagged index itself while the flag is
   // set: a plain database then rebuilds an empty index. Views and derived classes rely on this.
   unsigned count = 0;
-  for (unsigned row = 0; row < (count = get_num_records()); ++row) {
-    if (row >= records_.size()) {
-      tagged_.emplace_back();
-      continue;
+  try {
+    for (unsigned row = 0; row < (count = get_num_records()); ++row) {
+      if (row >= records_.size()) {
+        tagged_.emplace_back();
+        continue;
+      }
+      const Zr::Ptr<dbrecord>& entry = records_[row];
+      if (!entry || entry->get_tag() != 0) tagged_.push_back(entry);
     }
-    const Zr::Ptr<dbrecord>& entry = records_[row];
-    if (!entry || entry->get_tag() != 0) tagged_.push_back(entry);
+  } catch (...) {
+    tagged_.swap(previous);
+    throw;
   }
   return count;
 }

@@ -1,4 +1,5 @@
-// TextFile: load with one read into one buffer, lines as offsets into it, atomic save.
+// TextFile: load with one read into one buffer, lines as offsets into it; saved through a
+// TextFileWriter.
 
 #include "support/TextFile.h"
 
@@ -6,12 +7,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 
+#include "support/FileCalls.h"
 #include "support/StringUtils.h"
+#include "support/TextFileWriter.h"
+
+using file_calls::close_file;
+using file_calls::open_file;
+using file_calls::retrying;
 
 namespace {
 
@@ -27,14 +33,6 @@ void or_bad_alloc(Step step) {
   }
 }
 
-int open_file(iFileSystem* fs, const char* path, int flags, mode_t mode) {
-  int fd;
-  do {
-    fd = fs->open(path, flags, mode);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
-}
-
 // Reads up to `size` bytes, stopping early only at the end of the file; -1 on error.
 int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
   uint64_t got = 0;
@@ -48,92 +46,6 @@ int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
     got += static_cast<uint64_t>(n);
   }
   return static_cast<int64_t>(got);
-}
-
-bool write_all(iFileSystem* fs, int fd, const char* data, std::size_t size) {
-  while (size > 0) {
-    ssize_t n = fs->write(fd, data, size);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    if (n == 0) {
-      errno = EIO;
-      return false;
-    }
-    data += n;
-    size -= static_cast<std::size_t>(n);
-  }
-  return true;
-}
-
-// Runs a call again while it is interrupted before doing anything.
-template <class Call>
-int retrying(Call call) {
-  int result;
-  do {
-    result = call();
-  } while (result != 0 && errno == EINTR);
-  return result;
-}
-
-// A close that reports an error may be the first report of a lost transfer. EINTR still
-// closes on Linux, so it is not retried and not an error.
-bool close_file(iFileSystem* fs, int fd) { return fs->close(fd) == 0 || errno == EINTR; }
-
-// Makes the folder's entries durable. Folders on file systems that cannot flush them (EINVAL,
-// ENOTSUP) leave that to the file system; every other failure means the new name may not
-// survive a power loss.
-bool sync_folder(iFileSystem* fs, const LightweightString<char>& folder) {
-  if (retrying([&] { return fs->syncDirectory(folder.c_str()); }) == 0) return true;
-  return errno == EINVAL || errno == ENOTSUP;
-}
-
-// Gathers lines and their terminators into large writes.
-class ChunkWriter {
- public:
-  ChunkWriter(iFileSystem* fs, int fd) : fs_(fs), fd_(fd) {}
-  bool put(const char* data, std::size_t size) {
-    if (used_ + size > sizeof chunk_) {
-      if (!flush()) return false;
-      if (size > sizeof chunk_) return write_all(fs_, fd_, data, size);
-    }
-    std::memcpy(chunk_ + used_, data, size);
-    used_ += size;
-    return true;
-  }
-  bool flush() {
-    bool ok = write_all(fs_, fd_, chunk_, used_);
-    used_ = 0;
-    return ok;
-  }
-
- private:
-  iFileSystem* fs_;
-  int fd_;
-  std::size_t used_ = 0;
-  char chunk_[32768];
-};
-
-std::atomic<unsigned> temp_serial{0};
-
-// A name beside `target` that no other save, in this process or another, is using.
-LightweightString<char> temp_name_for(const LightweightString<char>& target) {
-  LightweightString<char> name(target);
-  name += ".";
-  name += static_cast<int>(getpid());
-  name += "-";
-  name += temp_serial.fetch_add(1, std::memory_order_relaxed);
-  name += ".tmp";
-  return name;
-}
-
-LightweightString<char> folder_of(const LightweightString<char>& path) {
-  std::string_view v = path.view();
-  std::size_t slash = v.rfind('/');
-  if (slash == std::string_view::npos) return ".";
-  if (slash == 0) return "/";
-  return LightweightString<char>(v.substr(0, slash));
 }
 
 }  // namespace
@@ -214,45 +126,7 @@ void TextFile::appendLine(std::string_view text) {
 }
 
 bool TextFile::save(const LightweightString<wchar_t>& name, eEOLStyle style) const {
-  LightweightString<char> target = toUTF8(name);
-  if (target.empty()) return false;
-  iFileSystem* fs = OS()->fileSystem();
-  // Made before the temporary file exists, so that nothing after it can fail to allocate.
-  const LightweightString<char> folder = folder_of(target);
-
-  LightweightString<char> temp;
-  int fd = -1;
-  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-    temp = temp_name_for(target);
-    fd = open_file(fs, temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0 && errno != EEXIST) return false;
-  }
-  if (fd < 0) return false;
-
-  const char* eol = style == kEOL_CRLF ? "\r\n" : style == kEOLNone ? "" : "\n";
-  const std::size_t eol_length = std::strlen(eol);
-  bool ok = true;
-  {
-    ChunkWriter out(fs, fd);
-    for (unsigned i = 0; ok && i < lines_.size(); ++i) {
-      std::string_view text = line(i);
-      ok = out.put(text.data(), text.size()) && out.put(eol, eol_length);
-    }
-    ok = ok && out.flush();
-  }
-  // The data must be on the disk before the name points at it, or a power loss could leave
-  // the target naming an empty or partly written file.
-  ok = ok && retrying([&] { return fs->fsync(fd); }) == 0;
-  if (!close_file(fs, fd)) ok = false;
-  ok = ok && retrying([&] { return fs->rename(temp.c_str(), target.c_str()); }) == 0;
-  if (!ok) {
-    int saved = errno;
-    retrying([&] { return fs->unlink(temp.c_str()); });
-    errno = saved;
-    return false;
-  }
-  // The target now holds the new text, but until the folder is flushed a power loss may bring
-  // the old one back: only then has the save succeeded. A failure here leaves the target
-  // holding either text, which callers accept from a failed save.
-  return sync_folder(fs, folder);
+  TextFileWriter out(name, style);
+  for (unsigned i = 0; i < lines_.size(); ++i) out.appendLine(line(i));
+  return out.commit();
 }

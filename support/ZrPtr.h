@@ -89,7 +89,14 @@ class Ptr {
   void reset(T* object) {
     Ptr fresh;
     if (object) {
-      fresh.count_ = RefTraits::adopt(object);
+      // Ownership passes here: an object whose count block cannot be made is destroyed, as
+      // the caller no longer holds it.
+      try {
+        fresh.count_ = RefTraits::adopt(object);
+      } catch (...) {
+        Dtor::destroy(object);
+        throw;
+      }
       fresh.object_ = object;
       fresh.addRef();
     }

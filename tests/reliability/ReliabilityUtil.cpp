@@ -53,7 +53,11 @@ CountingAllocator::CountingAllocator() : previous_(setAllocator(this)) {}
 CountingAllocator::~CountingAllocator() { setAllocator(previous_); }
 
 void* CountingAllocator::allocate(std::size_t size) {
-  if (fail_in_ > 0 && --fail_in_ == 0) throw Zr::Exception::BadAlloc();
+  if (fail_in_ > 0 && --fail_in_ == 0) {
+    if (fail_on_) fail_in_ = 1;
+    ++failures_;
+    throw Zr::Exception::BadAlloc();
+  }
   void* block = defaultAllocator()->allocate(size);
   ++live_;
   return block;

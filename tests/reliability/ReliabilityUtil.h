@@ -36,12 +36,24 @@ class CountingAllocator final : public iAllocator {
   void release(void* block) noexcept override;
   long live() const { return live_; }
   // Allocation number `n` from now (from 1) throws Zr::Exception::BadAlloc; 0 disarms.
-  void failAllocation(long n) { fail_in_ = n; }
+  void failAllocation(long n) {
+    fail_in_ = n;
+    fail_on_ = false;
+  }
+  // Allocation number `n` from now and every later one throw; 0 disarms.
+  void failFrom(long n) {
+    fail_in_ = n;
+    fail_on_ = n > 0;
+  }
+  // How many allocations have thrown since this allocator was installed.
+  long failures() const { return failures_; }
 
  private:
   iAllocator* previous_;
   long live_ = 0;
   long fail_in_ = 0;
+  bool fail_on_ = false;  // keep failing once the armed allocation is reached
+  long failures_ = 0;
 };
 
 // The log lines a load may write; anything else in `log` is answered as "" otherwise.

@@ -1,5 +1,5 @@
 // TextFile: line splitting, byte-exact round trips, and saves that either complete or leave
-// the old file as it was with nothing else behind.
+// the old file as it was with nothing else behind; and the streaming writer that saves use.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -15,6 +15,7 @@
 #include "common/TestUtil.h"
 #include "support/StringUtils.h"
 #include "support/TextFile.h"
+#include "support/TextFileWriter.h"
 
 using namespace std::string_literals;
 using testutil::readFile;
@@ -283,4 +284,42 @@ TEST(TextFile, ConcurrentSavesToOneTarget) {
   std::string final_text = readFile(dir.file("shared.kst"));
   EXPECT_TRUE(final_text == contents[0] || final_text == contents[1]);
   EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"shared.kst"});
+}
+
+TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
+  TempDir dir;
+  writeFile(dir.file("day.kst"), "old\n");
+  // Lines shorter than, equal to and longer than the writer's block, in an order that makes
+  // the block fill exactly, overflow, and be bypassed.
+  const std::vector<std::size_t> sizes = {0, 10, 65535, 1, 65536, 200000, 3, 70000, 65534};
+  std::string expected;
+  {
+    TextFileWriter out(dir.wfile("day.kst"), TextFile::kEOL_CRLF);
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+      std::string line(sizes[i], static_cast<char>('a' + i));
+      out.appendLine(line);
+      expected += line + "\r\n";
+    }
+    ASSERT_TRUE(out.commit());
+    EXPECT_FALSE(out.commit()) << "a second commit has nothing to make";
+  }
+  EXPECT_EQ(readFile(dir.file("day.kst")), expected);
+
+  // Abandoned part way, with a block's worth already on the disk: the target keeps its text
+  // and the temporary file goes.
+  {
+    TextFileWriter out(dir.wfile("day.kst"), TextFile::kEOL_LF);
+    out.appendLine(std::string(300000, 'z'));
+  }
+  EXPECT_EQ(readFile(dir.file("day.kst")), expected);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) names.push_back(entry.path().filename());
+  EXPECT_EQ(names, std::vector<std::string>{"day.kst"});
+
+  // A writer that cannot open its temporary file takes lines and answers false.
+  TextFileWriter nowhere(testutil::wide(dir.path() + "/missing/day.kst"), TextFile::kEOL_LF);
+  nowhere.appendLine("x");
+  errno = 0;
+  EXPECT_FALSE(nowhere.commit());
+  EXPECT_EQ(errno, ENOENT);
 }

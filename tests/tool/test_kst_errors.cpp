@@ -19,6 +19,11 @@ class KstErrors : public KstTest {
 
 TEST_F(KstErrors, BadFilesAreNamedWithWhatIsWrongAndWhere) {
   const std::string header = "\"KESTA:Rev 1\"\n\"KESTA\"\n\"4\",\"4\"\n\"text\",\"text\"\n\"A\",\"B\"\n";
+  const std::string header_crlf = "\"KESTA:Rev 1\"\r\n\"KESTA\"\r\n\"4\",\"4\"\r\n\"text\",\"text\"\r\n\"A\",\"B\"\r\n";
+  constexpr unsigned kBigRecords = 30011;  // about 3.5 MB, lines cut at odd places by the blocks
+  std::string big_records;
+  for (unsigned i = 0; i < kBigRecords; ++i)
+    big_records += "\"" + std::to_string(i) + std::string(100, 'x') + "\",\"" + std::to_string(i % 7) + "\"\r\n";
   struct Case {
     const char* name;
     std::string bytes;
@@ -39,6 +44,16 @@ TEST_F(KstErrors, BadFilesAreNamedWithWhatIsWrongAndWhere) {
       {"blank.kst", header + "\"1\",\"2\"\n   \n\"7\",\"8\"\n",
        "blank.kst, line 7: a blank line ends the records, but more lines follow it (the first at line 8); 1 record "
        "was read before it"},
+      // Logs of several megabytes with CRLF line ends: the checks read the file in blocks, and
+      // the line numbers must come out right past the block boundaries.
+      {"bigshort.kst", header_crlf + big_records + "\"5\"\r\n\"7\",\"8\"\r\n",
+       "bigshort.kst, line " + std::to_string(5 + kBigRecords + 1) +
+           ": a record line with 1 field, expected 2 (one per column); " + std::to_string(kBigRecords) +
+           " records were read before it"},
+      {"bigblank.kst", header_crlf + big_records + "\r\n\r\n" + big_records,
+       "bigblank.kst, line " + std::to_string(5 + kBigRecords + 1) +
+           ": a blank line ends the records, but more lines follow it (the first at line " +
+           std::to_string(5 + kBigRecords + 3) + "); " + std::to_string(kBigRecords) + " records were read before it"},
   };
   for (const auto& c : cases) {
     std::string file = put(c.name, c.bytes);

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <climits>
+#include <string_view>
+#include <vector>
 
 #include "Errors.h"
 
@@ -80,25 +82,94 @@ std::string missing_header(const std::string& path) {
   throw Failure(path + " could not be loaded as a log");
 }
 
+// Calls take(index, line) for every line of the file, split as TextFile::load splits them: at
+// line feeds, one carriage return before each dropped, a last line without a line feed kept.
+// Reads in blocks, so that checking a large log does not hold it a second time. False, with
+// errno set, when the file cannot be read.
+template <class Take>
+bool for_each_line(const std::string& path, Take take) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  std::vector<char> block(1 << 20);
+  std::string partial;  // a line that continues into the next block
+  unsigned index = 0;
+  auto finish = [&](std::string_view line, bool ended) {
+    if (ended && !line.empty() && line.back() == '\r') line.remove_suffix(1);
+    take(index++, line);
+  };
+  for (;;) {
+    ssize_t got = ::read(fd, block.data(), block.size());
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      int error = errno;
+      ::close(fd);
+      errno = error;
+      return false;
+    }
+    if (got == 0) break;
+    std::string_view rest(block.data(), static_cast<std::size_t>(got));
+    for (std::size_t feed; (feed = rest.find('\n')) != std::string_view::npos; rest.remove_prefix(feed + 1)) {
+      if (partial.empty()) {
+        finish(rest.substr(0, feed), true);
+      } else {
+        partial.append(rest.data(), feed);
+        finish(partial, true);
+        partial.clear();
+      }
+    }
+    partial.append(rest.data(), rest.size());
+  }
+  ::close(fd);
+  if (!partial.empty()) finish(partial, false);
+  return true;
+}
+
+// What the checks after a load need of a log: its head, up to the column header's last line,
+// and the lines from the first one the library did not take (`end`) on.
+struct CheckedLines {
+  TextFile head;
+  HeaderScan scan;
+  unsigned end = kNone;
+  TextFile tail;  // line i is the file's line end + i
+};
+
+// False, with errno set, when the file cannot be read.
+bool read_checked_lines(const std::string& path, unsigned records, CheckedLines& lines) {
+  bool ok = for_each_line(path, [&](unsigned i, std::string_view text) {
+    if (lines.end == kNone) {
+      lines.head.appendLine(text);
+      lines.scan = scan_header(lines.head);
+      if (lines.scan.marker != kNone && lines.head.getNumLines() >= lines.scan.marker + 4)
+        lines.end = lines.scan.marker + 4 + records;
+    } else if (i >= lines.end) {
+      lines.tail.appendLine(text);
+    }
+  });
+  // A header cut short by the end of the file: no line follows it.
+  if (lines.end == kNone && lines.scan.marker != kNone) lines.end = lines.scan.marker + 4 + records;
+  return ok;
+}
+
 // The library stops at the first record line whose field count is wrong, and at a blank line;
 // either way the records after it would be lost by a save, so both are errors here.
-void check_records(const std::string& path, TextFile& file, const HeaderScan& scan, kesta& db, bool library_stopped) {
-  if (scan.marker == kNone) throw Failure(missing_header(path));
+void check_records(const std::string& path, CheckedLines& lines, kesta& db, bool library_stopped) {
+  if (lines.scan.marker == kNone) throw Failure(missing_header(path));
   const unsigned read = db.get_num_records();
-  const unsigned end = scan.marker + 4 + read;  // the first line the library did not take
+  const unsigned end = lines.end;
+  TextFile& tail = lines.tail;
   unsigned stray = kNone;
-  for (unsigned i = end; i < file.getNumLines(); ++i) {
-    std::string_view text = file.line(i);
+  for (unsigned i = 0; i < tail.getNumLines(); ++i) {
+    std::string_view text = tail.line(i);
     if (!isEssentiallyEmpty(text.data(), text.size())) {
-      stray = i;
+      stray = end + i;
       break;
     }
   }
   const std::string before = std::to_string(read) + (read == 1 ? " record was" : " records were") + " read before it";
   if (stray == end) {
     Zr::Ptr<dbrecord> line(new dbrecord(0));
-    file.setReadCursor(end);
-    unsigned count = fields_of_next_line(file, *line);
+    tail.setReadCursor(0);
+    unsigned count = fields_of_next_line(tail, *line);
     if (count != db.get_num_fields()) {
       throw Failure(path + ", line " + std::to_string(end + 1) + ": a record line with " + std::to_string(count) +
                     (count == 1 ? " field" : " fields") + ", expected " + std::to_string(db.get_num_fields()) +
@@ -146,11 +217,14 @@ Zr::Ptr<kesta> loadLog(const std::string& path) {
     library_log = capture.text();
   }
   if (!endsWith(path, ".csv")) {
-    TextFile file;
-    if (!file.load(name, '\n', false)) throw Failure("cannot read " + path + ": " + reason(errno));
-    HeaderScan scan = scan_header(file);
-    if (!db->get_valid()) explain_invalid(path, file, scan);
-    check_records(path, file, scan, *db, library_log.find("not all fields filled") != std::string::npos);
+    if (!db->get_valid()) {
+      TextFile file;
+      if (!file.load(name, '\n', false)) throw Failure("cannot read " + path + ": " + reason(errno));
+      explain_invalid(path, file, scan_header(file));
+    }
+    CheckedLines lines;
+    if (!read_checked_lines(path, db->get_num_records(), lines)) throw Failure("cannot read " + path + ": " + reason(errno));
+    check_records(path, lines, *db, library_log.find("not all fields filled") != std::string::npos);
     if (db->get_revision() != 1) {
       warn(path + " is a revision " + std::to_string(db->get_revision()) + " log; this library writes revision 1");
     }
