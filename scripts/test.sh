@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the default preset (RelWithDebInfo), then the asan preset
-# (AddressSanitizer + UndefinedBehaviorSanitizer). Ends with CTest's summary of the asan run.
+# (AddressSanitizer + UndefinedBehaviorSanitizer), then the reliability checks (fuzz replay and
+# timed fuzzing, the ThreadSanitizer run; scripts/reliability.sh). Ends with CTest's summary of
+# the last run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=${KESTA_JOBS:-$(nproc)}
@@ -10,3 +12,4 @@ for preset in default asan; do
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
 done
+scripts/reliability.sh

@@ -5,58 +5,80 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "support/Log.h"
 #include "view/ViewMessages.h"
 
 // -------------------------------------------------------------------------- construction
 
+// A failure in a constructor must not leave the view registered with its database.
 KSTViewRep::KSTViewRep(kesta* database) {
-  init();
-  kst(database);
-  setIdentity();
+  try {
+    init();
+    kst(database);
+    setIdentity();
+  } catch (...) {
+    teardown();
+    throw;
+  }
 }
 
 KSTViewRep::KSTViewRep(kesta* database, const char* spec) {
-  init();
-  kst(database);
-  if (spec) {
-    fieldSpec(spec);
-  } else {
-    setIdentity();
+  try {
+    init();
+    kst(database);
+    if (spec) {
+      fieldSpec(spec);
+    } else {
+      setIdentity();
+    }
+  } catch (...) {
+    teardown();
+    throw;
   }
 }
 
 KSTViewRep::KSTViewRep(kesta* database, const char** names) {
-  init();
-  kst(database);
-  if (!names) {
-    setIdentity();
-    return;
+  try {
+    init();
+    kst(database);
+    if (!names) {
+      setIdentity();
+      return;
+    }
+    std::size_t total = 1;
+    for (const char** name = names; *name; ++name) total += std::strlen(*name) + 1;
+    std::unique_ptr<char[]> joined(new char[total]);
+    char* end = joined.get();
+    for (const char** name = names; *name; ++name) {
+      const std::size_t n = std::strlen(*name);
+      std::memcpy(end, *name, n);
+      end += n;
+      *end++ = ',';
+    }
+    *end = '\0';
+    fieldSpec(joined.get());
+  } catch (...) {
+    teardown();
+    throw;
   }
-  std::size_t total = 1;
-  for (const char** name = names; *name; ++name) total += std::strlen(*name) + 1;
-  char* joined = new char[total];
-  char* end = joined;
-  for (const char** name = names; *name; ++name) {
-    const std::size_t n = std::strlen(*name);
-    std::memcpy(end, *name, n);
-    end += n;
-    *end++ = ',';
-  }
-  *end = '\0';
-  fieldSpec(joined);
-  delete[] joined;
 }
 
-KSTViewRep::~KSTViewRep() {
-  // A view constructed without a database may still have been chained; let its base go too.
-  baseView(nullptr);
+KSTViewRep::~KSTViewRep() { teardown(); }
+
+void KSTViewRep::teardown() noexcept {
+  // kst unchains first, keeping the database alive until this view has deregistered; a view
+  // constructed without a database may still have been chained, so let its base go too.
   kst(nullptr);
+  baseView(nullptr);
   fieldSpec(nullptr);
   delete field_list_;
+  field_list_ = nullptr;
   delete condition_;
+  condition_ = nullptr;
   delete sort_order_;
+  sort_order_ = nullptr;
   db_guard_ = nullptr;
   base_guard_ = nullptr;
 }
@@ -92,6 +114,10 @@ void KSTViewRep::internRevision() {
 
 void KSTViewRep::kst(kesta* database) {
   if (database == db_) return;
+  // Unchaining may destroy the base view and with it the database copy it owns, which this
+  // view may stand on too: keep that database until this view has let go of it.
+  Zr::Ptr<kesta> keep;
+  if (db_ && db_->refCount() > 0) keep = Zr::Ptr<kesta>(db_);
   baseView(nullptr);
   clear();
   if (db_) db_->deregisterNotification(db_guard_);
@@ -115,13 +141,14 @@ void KSTViewRep::baseView(KSTViewRep* base) {
     base_ = nullptr;
     old->releaseUse();
   }
-  base_ = base;
   if (!base) return;
   addParamsFrom(base);
   {
     CriticalSection::Lock hold(base->lock());
     base_guard_ = base->registerNotification(this, &KSTViewRep::recordsDeletedNotify, view_messages::recordsDeleted());
   }
+  // Chained only once registered: a view whose registration failed holds no use to give back.
+  base_ = base;
   base->addUse();
 }
 

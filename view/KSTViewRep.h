@@ -303,6 +303,8 @@ class KESTA_API KSTViewRep : public KSTBase, public Notifier {
   int passRuns(int row, int count, bool deleting);
   int forEachRun(bool (KSTViewRep::*test)(int), bool deleting);
   void setIdentity();
+  // What the destructor does; also undoes a constructor that failed, whose destructor never runs.
+  void teardown() noexcept;
 
   uint32_t uses_ = 0;
   KSTViewRep* base_ = nullptr;

@@ -2,6 +2,7 @@
 // view's printed description.
 
 #include <cstring>
+#include <memory>
 
 #include "expr/SExprRef.h"
 #include "support/Log.h"
@@ -25,7 +26,9 @@ void KSTViewRep::fieldSpec(const char* spec) {
   for (char* name = strtok_r(field_spec_, "\t,", &state); name; name = strtok_r(nullptr, "\t,", &state)) {
     const int field = dbFieldIndex(name);
     if (field != -1) {
-      field_list_ = new SExpr(new SExprRef(static_cast<unsigned>(field), db()), field_list_);
+      std::unique_ptr<SExprRef> ref(new SExprRef(static_cast<unsigned>(field), db()));
+      field_list_ = new SExpr(ref.get(), field_list_);
+      ref.release();  // the cell owns it now
     } else {
       dorp_printf("Warning: KSTView::fieldSpec, non-existant fieldname \"%s\".\n", name);
     }

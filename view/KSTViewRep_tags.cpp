@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include "support/SystemWatchdog.h"
@@ -97,7 +98,7 @@ int KSTViewRep::tagDuplicatesOrdered(int field) {
 }
 
 int KSTViewRep::tagDuplicates(int field) {
-  KSTViewRep* sorted = new KSTViewRep(db_, field_spec_);
+  std::unique_ptr<KSTViewRep> sorted(new KSTViewRep(db_, field_spec_));
   sorted->baseView(this);
   sorted->displayAllRecords();
   sorted->set_sortfield(field);
@@ -106,7 +107,7 @@ int KSTViewRep::tagDuplicates(int field) {
   sorted->tagBaseFromTags();
   // Releases the temporary view's use of this one, which destroys this view unless a handle
   // holds it: touch no member after this.
-  delete sorted;
+  sorted.reset();
   return tagged;
 }
 
@@ -119,8 +120,15 @@ void KSTViewRep::tagBaseFromTags() {
 KSTViewRep* KSTViewRep::newTagSubview() {
   if (!db_) return nullptr;
   KSTViewRep* subview = new KSTViewRep(db_, field_spec_);
-  subview->baseView(this);
-  subview->displayTaggedRecordsAt(0);
+  try {
+    // Shares a private database copy, which must outlive the subview even once unchained.
+    subview->private_db_ = private_db_;
+    subview->baseView(this);
+    subview->displayTaggedRecordsAt(0);
+  } catch (...) {
+    subview->releaseUse();  // unused: this destroys it
+    throw;
+  }
   return subview;
 }
 

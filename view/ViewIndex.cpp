@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -28,21 +29,30 @@ void ViewIndex::rebuild(const std::vector<Entry>& live, std::size_t room) {
   int leaves = 1;
   while (static_cast<std::size_t>(leaves) * kBlock < wanted) leaves *= 2;
   const std::size_t slots = static_cast<std::size_t>(leaves) * kBlock;
-  rows_.assign(slots, 0);
-  tags_.assign(slots, 0);
-  alive_.assign(slots, 0);
+  const std::size_t nodes = 2 * static_cast<std::size_t>(leaves);
+  // Everything is allocated before anything changes, so a failure leaves the index as it was.
+  std::vector<uint32_t> rows(slots, 0);
+  std::vector<uint8_t> tags(slots, 0);
+  std::vector<uint8_t> alive(slots, 0);
+  std::vector<int32_t> count(nodes, 0);
+  std::vector<uint32_t> least(nodes, kTopRow);
+  std::vector<uint32_t> greatest(nodes, 0);
+  std::vector<int64_t> pending(nodes, 0);
   for (std::size_t i = 0; i < live.size(); ++i) {
-    rows_[i] = live[i].row;
-    tags_[i] = live[i].tag;
-    alive_[i] = 1;
+    rows[i] = live[i].row;
+    tags[i] = live[i].tag;
+    alive[i] = 1;
   }
+  rows_.swap(rows);
+  tags_.swap(tags);
+  alive_.swap(alive);
+  count_.swap(count);
+  least_.swap(least);
+  greatest_.swap(greatest);
+  pending_.swap(pending);
   used_ = static_cast<int>(live.size());
   live_ = used_;
   leaves_ = leaves;
-  count_.assign(2 * static_cast<std::size_t>(leaves), 0);
-  least_.assign(2 * static_cast<std::size_t>(leaves), kTopRow);
-  greatest_.assign(2 * static_cast<std::size_t>(leaves), 0);
-  pending_.assign(2 * static_cast<std::size_t>(leaves), 0);
   for (int b = 0; b < leaves; ++b) summarize(leaves + b);
   for (int node = leaves - 1; node >= 1; --node) pull(node);
 }
@@ -241,7 +251,14 @@ void ViewIndex::erase(int first, int count) {
   killIn(1, 0, leaves_, a, b);
   live_ -= count;
   // Tombstones are swept once they outnumber the live entries, so each costs O(1) in all.
-  if (used_ - live_ > live_ + 4 * kBlock) rebuild(entries(), static_cast<std::size_t>(live_));
+  // The sweep is only an economy: without memory for it the tombstones stay, and the erase
+  // stands.
+  if (used_ - live_ > live_ + 4 * kBlock) {
+    try {
+      rebuild(entries(), static_cast<std::size_t>(live_));
+    } catch (const std::bad_alloc&) {
+    }
+  }
 }
 
 // ------------------------------------------------------------------------ the deletion walk
@@ -339,16 +356,23 @@ void ViewIndex::sizeFor(int wanted, int copyLimit) {
 }
 
 void ViewIndex::release() {
+  // Views release their index while they are destroyed, so this must not fail: without
+  // memory for a fresh tree the old one stays, every entry a tombstone.
+  try {
+    rebuild({}, 0);
+  } catch (const std::bad_alloc&) {
+    erase(0, live_);
+  }
   capacity_ = 0;
   stale_.clear();
   stale_.shrink_to_fit();
-  rebuild({}, 0);
 }
 
 void ViewIndex::truncate() {
   std::vector<Entry> live = entries();
-  stale_.insert(stale_.end(), live.rbegin(), live.rend());
+  stale_.reserve(stale_.size() + live.size());
   rebuild({}, live.size());
+  stale_.insert(stale_.end(), live.rbegin(), live.rend());
 }
 
 void ViewIndex::insertSlots(int at, int count, const uint32_t* rows, int written, uint32_t shiftMoved) {
@@ -367,9 +391,13 @@ void ViewIndex::insertSlots(int at, int count, const uint32_t* rows, int written
     opened[static_cast<std::size_t>(i)] = staleAt(static_cast<std::size_t>(at + i - live_));
   }
   for (int i = 0; i < written; ++i) opened[static_cast<std::size_t>(i)].row = rows[i];
-  dropStale(static_cast<std::size_t>(count));
 
+  // Room is made before anything changes, so a failure leaves the index as it was.
   if (at == live_ && count <= live_ / 4 + kBlock) {
+    if (used_ + count > leaves_ * kBlock) {
+      rebuild(entries(), std::max<std::size_t>(static_cast<std::size_t>(live_), kBlock) + static_cast<std::size_t>(count));
+    }
+    dropStale(static_cast<std::size_t>(count));
     for (const Entry& e : opened) pushBack(e);
     return;
   }
@@ -379,15 +407,19 @@ void ViewIndex::insertSlots(int at, int count, const uint32_t* rows, int written
   }
   live.insert(live.begin() + at, opened.begin(), opened.end());
   rebuild(live, live.size() / 2);
+  dropStale(static_cast<std::size_t>(count));
 }
 
 void ViewIndex::removeRange(int first, int count) {
   if (count <= 0) return;
+  // The stale list grows before anything changes, so a failure leaves the index as it was.
+  stale_.reserve(stale_.size() + static_cast<std::size_t>(count));
   if (count >= live_ / 4) {
     std::vector<Entry> live = entries();
-    stale_.insert(stale_.end(), live.rbegin(), live.rbegin() + count);
+    std::vector<Entry> gone(live.rbegin(), live.rbegin() + count);
     live.erase(live.begin() + first, live.begin() + first + count);
     rebuild(live, live.size() / 2);
+    stale_.insert(stale_.end(), gone.begin(), gone.end());
     return;
   }
   for (int i = live_ - 1; i >= live_ - count; --i) stale_.push_back(entry(i));

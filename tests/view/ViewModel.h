@@ -11,6 +11,12 @@
 // view chained on another hears each loss twice (the base view's removal and its summary),
 // and hears its database's deletions in database rows as well.
 //
+// The database side models what views and the model check of database operations see: each
+// row's Name and Tag texts beside its tag, the show-tags-only mode with its tagged index (the
+// database's row numbers then address that index, and structural operations refuse), and
+// the sort fields. Views carry their use counts: a view dies when its last use goes, and with
+// it its registrations and its use of its base view.
+//
 // Identities: every record carries an id; a database entry without a record is kNoRecord,
 // a record not yet labelled is kUnlabelled (the test labels new records after each step, in
 // row order, on both sides).
@@ -50,18 +56,39 @@ class World {
     int count = 0;
     int db_registration = -1;
     int base_registration = -1;
+    unsigned uses = 1;  // the test's handle, and one per view chained on this one
+    bool alive = true;
   };
 
   std::vector<int> records;  // identities, database row order
   std::vector<int> tags;     // database tags, by row (meaningless where no record)
+  std::vector<std::string> names;      // the Name field, by row
+  std::vector<std::string> tag_texts;  // the Tag field, by row
+  bool show_tags_only = false;
+  std::vector<int> tagged;  // the tagged index: identities
+  std::vector<uint16_t> sort_fields{0};
   std::vector<View> views;
   std::vector<std::string> log;
 
   explicit World(int rows) {
-    for (int i = 0; i < rows; ++i) {
-      records.push_back(next_id_++);
-      tags.push_back(0);
-    }
+    for (int i = 0; i < rows; ++i) pushRow(next_id_++);
+  }
+
+  // Starts over on a database holding `ids` with those names and Tag texts (a reload): no
+  // views, no listeners, nothing heard; identities continue after the largest one.
+  void restart(const std::vector<int>& ids, const std::vector<std::string>& row_names,
+               const std::vector<std::string>& row_tag_texts) {
+    records = ids;
+    tags.assign(ids.size(), 0);
+    names = row_names;
+    tag_texts = row_tag_texts;
+    show_tags_only = false;
+    tagged.clear();
+    sort_fields = {0};
+    views.clear();
+    log.clear();
+    db_listeners_.clear();
+    view_listeners_.clear();
   }
 
   // ------------------------------------------------------------ names and probes
@@ -85,6 +112,13 @@ class World {
     return v;
   }
 
+  void pushRow(int id) {
+    records.push_back(id);
+    tags.push_back(0);
+    names.emplace_back();
+    tag_texts.emplace_back();
+  }
+
   // Gives every record without a label the next id, in database row order.
   void label() {
     for (int& id : records) {
@@ -96,7 +130,7 @@ class World {
   int sourceCount(int v) const {
     const View& view = views[v];
     if (view.base >= 0) return views[view.base].count;
-    return view.attached ? static_cast<int>(records.size()) : 0;
+    return view.attached ? visibleCount() : 0;
   }
   bool hasSource(int v) const { return views[v].base >= 0 || views[v].attached; }
 
@@ -107,8 +141,8 @@ class World {
       if (row < 0 || row >= views[view.base].count) return kNoRecord;
       return sourceRecord(view.base, views[view.base].slots[static_cast<std::size_t>(row)].row);
     }
-    if (!view.attached || row < 0 || row >= static_cast<int64_t>(records.size())) return kNoRecord;
-    return records[static_cast<std::size_t>(row)];
+    if (!view.attached || row < 0 || row >= visibleCount()) return kNoRecord;
+    return visibleRecord(static_cast<int>(row));
   }
   int rowRecord(int v, int row) const {
     if (row < 0 || row >= views[v].count) return kNoRecord;
@@ -117,13 +151,31 @@ class World {
 
   // --------------------------------------------------------------------- chaining
   void chain(int v, int base) {
-    View& view = views[v];
-    if (base == view.base) return;
+    if (base == views[v].base) return;
     clear(v);
-    if (view.base >= 0) drop(view.base, view.base_registration);
-    view.base = base;
+    const int old = views[v].base;
+    if (old >= 0) {
+      drop(old, views[v].base_registration);
+      views[v].base = -1;
+      release(old);
+    }
+    views[v].base = base;
     if (base < 0) return;
-    view.base_registration = add(base, v);
+    views[v].base_registration = add(base, v);
+    ++views[base].uses;
+  }
+
+  // A use goes: the view dies when the count was 0 or 1.
+  void release(int v) {
+    if (views[v].uses > 1) {
+      --views[v].uses;
+      return;
+    }
+    views[v].uses = 0;
+    views[v].alive = false;
+    chain(v, -1);
+    clear(v);
+    drop(kDatabase, views[v].db_registration);
   }
 
   void clear(int v) {
@@ -194,7 +246,7 @@ class World {
     const View& view = views[v];
     if (view.base >= 0)
       return row < views[view.base].count ? views[view.base].slots[static_cast<std::size_t>(row)].tag : 0;
-    return records[static_cast<std::size_t>(row)] == kNoRecord ? -1 : tags[static_cast<std::size_t>(row)];
+    return dbTag(row);
   }
 
   int displayTagged(int v, int at) {
@@ -207,6 +259,75 @@ class World {
     }
     open(v, clamp(v, at), tagged, rows, 0);
     return tagged;
+  }
+
+  // The database row of a view row, down the chain; 0 out of range.
+  int64_t baseIndex(int v, int64_t row) const {
+    if (!hasSource(v) || row < 0 || row >= views[v].count) return 0;
+    const uint32_t entry = views[v].slots[static_cast<std::size_t>(row)].row;
+    if (views[v].base >= 0) return baseIndex(views[v].base, static_cast<int32_t>(entry));
+    return static_cast<int32_t>(entry);
+  }
+
+  // The first view row showing that record; -1 when none.
+  int find(int v, int id) const {
+    if (id == kNoRecord) return -1;
+    for (int i = 0; i < views[v].count; ++i) {
+      if (rowRecord(v, i) == id) return i;
+    }
+    return -1;
+  }
+
+  // Rows of `other` not shown yet, as database rows, for a view on the database itself.
+  int displayAllFrom(int v, int other, int at) {
+    if (views[v].base >= 0 || !views[v].attached || views[other].base >= 0 || !views[other].attached ||
+        views[other].count == 0) {
+      return 0;
+    }
+    int added = 0;
+    for (int i = 0; i < views[other].count; ++i) {
+      const int id = rowRecord(other, i);
+      if (id == kNoRecord || find(v, id) >= 0) continue;
+      displayRecordsAt(v, static_cast<int>(baseIndex(other, i)), 1, at++);
+      ++added;
+    }
+    return added;
+  }
+
+  // A copy of view v on the same database, held by the test: chained views copy their base
+  // view's rows, others their own records; then v's flags by position.
+  int copyView(int v) {
+    const int c = addView();
+    if (views[v].base >= 0) {
+      chain(c, views[v].base);
+      displayAll(c);
+    } else {
+      displayAllFrom(c, v, 0);
+    }
+    for (int i = 0; i < views[v].count; ++i) setTag(c, i, views[v].slots[static_cast<std::size_t>(i)].tag != 0);
+    return c;
+  }
+
+  // What a copy of view v onto a private copy of the database shows, row by row: the
+  // identity and the flag. The private copy holds the visible records that exist, in order;
+  // each row of v that shows a record lists its database row there, at position i.
+  std::vector<Slot> copyOnNewDatabase(int v, std::vector<int>& shown) const {
+    std::vector<int> copied;
+    for (int row = 0; row < visibleCount(); ++row) {
+      if (visibleRecord(row) != kNoRecord) copied.push_back(visibleRecord(row));
+    }
+    std::vector<Slot> rows;
+    for (int i = 0; i < views[v].count; ++i) {
+      if (rowRecord(v, i) == kNoRecord) continue;
+      const std::size_t at = std::min<std::size_t>(static_cast<std::size_t>(i), rows.size());
+      rows.insert(rows.begin() + static_cast<std::ptrdiff_t>(at), Slot{static_cast<uint32_t>(baseIndex(v, i)), 0});
+    }
+    shown.clear();
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      rows[i].tag = i < static_cast<std::size_t>(views[v].count) ? views[v].slots[i].tag : 0;
+      shown.push_back(rows[i].row < copied.size() ? copied[rows[i].row] : kNoRecord);
+    }
+    return rows;
   }
 
   // ---------------------------------------------------------------- tags of views
@@ -280,40 +401,103 @@ class World {
   }
 
   // ------------------------------------------------------------- the database
+  // Row numbers address the tagged index while show-tags-only is on.
+  int visibleCount() const {
+    return static_cast<int>(show_tags_only ? tagged.size() : records.size());
+  }
+  int visibleRecord(int row) const {
+    return show_tags_only ? tagged[static_cast<std::size_t>(row)] : records[static_cast<std::size_t>(row)];
+  }
+  // The full-list row of a record; -1 when none.
+  int rowOf(int id) const {
+    if (id == kNoRecord) return -1;
+    for (std::size_t r = 0; r < records.size(); ++r) {
+      if (records[r] == id) return static_cast<int>(r);
+    }
+    return -1;
+  }
+  // The full-list row of the record at a visible row; -1 when there is no record there.
+  int recordRow(int64_t row) const {
+    if (row < 0 || row >= visibleCount()) return -1;
+    return show_tags_only ? rowOf(visibleRecord(static_cast<int>(row)))
+                          : (records[static_cast<std::size_t>(row)] == kNoRecord ? -1 : static_cast<int>(row));
+  }
+  int dbTag(int64_t row) const {
+    const int r = recordRow(row);
+    return r < 0 ? -1 : tags[static_cast<std::size_t>(r)];
+  }
+  int dbNumTags() const {
+    int n = 0;
+    for (int row = 0; row < visibleCount(); ++row) n += dbTag(row) != 0;
+    return n;
+  }
+
   void dbDelete(uint32_t first, uint32_t count) {
-    if (first >= records.size()) return;
+    if (show_tags_only || first >= records.size()) return;
     if (count == 0) return;
     const uint32_t removed = std::min<uint32_t>(count, static_cast<uint32_t>(records.size()) - first);
     std::string text;
     for (uint32_t r = first; r < first + removed; ++r) text += std::to_string(r) + " ";
-    records.erase(records.begin() + first, records.begin() + first + removed);
-    tags.erase(tags.begin() + first, tags.begin() + first + removed);
+    eraseRows(first, removed);
     issue(kDatabase, Type::kDeleted, text);
   }
 
   void dbInsert(uint32_t at, uint32_t count) {
-    if (at > records.size()) return;
+    if (show_tags_only || at > records.size()) return;
     records.insert(records.begin() + at, count, kNoRecord);
     tags.insert(tags.begin() + at, count, 0);
+    names.insert(names.begin() + at, count, std::string());
+    tag_texts.insert(tag_texts.begin() + at, count, std::string());
     if (count > 0) records[at] = kUnlabelled;
   }
 
   uint32_t dbAdd(int count) {
+    if (show_tags_only) return 0xFFFFFFFFu;
     const uint32_t before = static_cast<uint32_t>(records.size());
-    for (int i = 0; i < count; ++i) {
-      records.push_back(kUnlabelled);
-      tags.push_back(0);
-    }
+    for (int i = 0; i < count; ++i) pushRow(kUnlabelled);
     return before;
   }
 
-  void dbSetTag(int row, int value) {
-    if (row >= 0 && row < static_cast<int>(records.size()) && records[static_cast<std::size_t>(row)] != kNoRecord) {
-      tags[static_cast<std::size_t>(row)] = value & 0xFF;
+  void dbSetTag(int64_t row, int value) {
+    const int r = recordRow(row);
+    if (r >= 0) tags[static_cast<std::size_t>(r)] = value & 0xFF;
+  }
+  void dbInvertTag(int64_t row) {
+    const int r = recordRow(row);
+    if (r >= 0) tags[static_cast<std::size_t>(r)] = tags[static_cast<std::size_t>(r)] == 0 ? 1 : 0;
+  }
+  void dbSetAllTags(int value) {
+    for (int row = 0; row < visibleCount(); ++row) dbSetTag(row, value);
+  }
+  // Every record of the full list, whatever is shown.
+  void dbInvertAllTags() {
+    for (std::size_t r = 0; r < records.size(); ++r) {
+      if (records[r] != kNoRecord) tags[r] = tags[r] == 0 ? 1 : 0;
     }
+  }
+  void dbSetName(int64_t row, const std::string& name) {
+    const int r = recordRow(row);
+    if (r >= 0) names[static_cast<std::size_t>(r)] = name;
+  }
+
+  // The walk below is bounded by the visible count, which reads the index being rebuilt: on
+  // a plain database a rebuild while show-tags-only is on leaves the index empty.
+  void dbIndexTags() {
+    tagged.clear();
+    for (int row = 0; row < visibleCount(); ++row) {
+      const std::size_t r = static_cast<std::size_t>(row);
+      if (r >= records.size() || records[r] == kNoRecord || tags[r] != 0) {
+        tagged.push_back(r < records.size() ? records[r] : kNoRecord);
+      }
+    }
+  }
+  void dbShowTagsOnly(int on) {
+    show_tags_only = on != 0;
+    if (on) dbIndexTags();
   }
 
   int dbDeleteTagged() {
+    if (show_tags_only) return -1;
     int deleted = 0;
     int first = 0, length = 0, row = 0;
     while (row < static_cast<int>(records.size())) {
@@ -336,6 +520,39 @@ class World {
       deleted += length;
     }
     return deleted;
+  }
+
+  // Saving stores each record's tag in its Tag field through the row setter, which reaches
+  // no record while show-tags-only is on.
+  void dbSave() {
+    if (show_tags_only) return;
+    for (std::size_t r = 0; r < records.size(); ++r) {
+      if (records[r] != kNoRecord) tag_texts[r] = std::to_string(tags[r]);
+    }
+  }
+
+  // Puts the rows in the order of `ids`, a permutation of the identities (records without a
+  // label never sort, as the test labels after every step).
+  void reorder(const std::vector<int>& ids) {
+    std::vector<int> new_tags;
+    std::vector<std::string> new_names, new_texts;
+    for (int id : ids) {
+      const int r = id == kNoRecord ? -1 : rowOf(id);
+      new_tags.push_back(r < 0 ? 0 : tags[static_cast<std::size_t>(r)]);
+      new_names.push_back(r < 0 ? std::string() : names[static_cast<std::size_t>(r)]);
+      new_texts.push_back(r < 0 ? std::string() : tag_texts[static_cast<std::size_t>(r)]);
+    }
+    records = ids;
+    tags = new_tags;
+    names = new_names;
+    tag_texts = new_texts;
+  }
+
+  void eraseRows(uint32_t first, uint32_t count) {
+    records.erase(records.begin() + first, records.begin() + first + count);
+    tags.erase(tags.begin() + first, tags.begin() + first + count);
+    names.erase(names.begin() + first, names.begin() + first + count);
+    tag_texts.erase(tag_texts.begin() + first, tag_texts.begin() + first + count);
   }
 
   // ------------------------------------------------------- deleting through views
