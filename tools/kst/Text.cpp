@@ -26,7 +26,13 @@ std::string escapeControls(std::string_view text) {
   return out;
 }
 
-std::string inQuotes(std::string_view text) { return "\"" + escapeControls(text) + "\""; }
+std::string inQuotes(std::string_view text) {
+  // Built in place: g++ 12 at -O3 reports a false overlap (-Wrestrict) for "\"" + text.
+  std::string out(1, '"');
+  out += escapeControls(text);
+  out += '"';
+  return out;
+}
 
 bool endsWith(std::string_view text, std::string_view tail) {
   return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
