@@ -65,7 +65,10 @@ void checkReload(kesta& saved, const LightweightString<wchar_t>& name) {
     header_carried = header_carried && carried(pair.name(), 4000) && carried(pair.value(), 4000);
   }
   for (unsigned f = 0; f < saved.get_num_fields(); ++f) {
-    header_carried = header_carried && carried(saved.fields()[f].name, 250);
+    // A type without a token is written as its own character, unescaped.
+    const LightweightString<char> token = kesta::fieldTypeToString(saved.get_field_type(f));
+    header_carried = header_carried && carried(saved.fields()[f].name, 250) &&
+                     carried(LightweightString<char>(token.view().substr(1, token.size() - 2)), 250);
   }
   if (!header_carried) return;
 
@@ -73,8 +76,9 @@ void checkReload(kesta& saved, const LightweightString<wchar_t>& name) {
   check(back->get_valid() == 1, "reload valid");
   check(back->num_params() == saved.num_params(), "reload parameters");
   for (unsigned i = 0; i < saved.num_params(); ++i) {
-    check(back->params()[i].name() == saved.params()[i].name() && back->params()[i].value() == saved.params()[i].value(),
-          "reload parameter", std::to_string(i));
+    check(
+        back->params()[i].name() == saved.params()[i].name() && back->params()[i].value() == saved.params()[i].value(),
+        "reload parameter", std::to_string(i));
   }
   check(back->get_num_fields() == saved.get_num_fields(), "reload columns");
   for (unsigned f = 0; f < saved.get_num_fields(); ++f) {
@@ -113,8 +117,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
 
   const std::string path = csv ? "/fuzz/in.csv" : "/fuzz/in.kst";
   disk->put(path, std::string(bytes));
-  Zr::Ptr<kesta> db(new kesta(LightweightString<wchar_t>(std::wstring(path.begin(), path.end()).c_str()),
-                              max_records, strict));
+  Zr::Ptr<kesta> db(
+      new kesta(LightweightString<wchar_t>(std::wstring(path.begin(), path.end()).c_str()), max_records, strict));
   checkLoaded(*db, csv, max_records);
 
   const LightweightString<wchar_t> out(L"/fuzz/out.kst");

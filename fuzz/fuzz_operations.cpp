@@ -27,18 +27,14 @@ constexpr std::size_t kMaxViews = 6;
 constexpr unsigned kMaxRecords = 64;
 constexpr int kMaxSteps = 32;
 
-const char* const kValues[] = {"",         "A001",        "a001",        "  b02",       "B10",
-                               "b9",       "01:00:00:00", "01:00:00;00", "10:00:01:00", "x,y",
+const char* const kValues[] = {"",           "A001",        "a001",        "  b02",       "B10",
+                               "b9",         "01:00:00:00", "01:00:00;00", "10:00:01:00", "x,y",
                                "say \"hi\"", "line\nfeed",  "back\\n",     "1",           "0"};
 constexpr int kValueCount = sizeof kValues / sizeof kValues[0];
 
 std::vector<DBFieldDesc> columns() {
-  return {{"Cookie", DBFieldTypes::kText},
-          {"Name", DBFieldTypes::kText},
-          {"Reel", DBFieldTypes::kText},
-          {"Start time", DBFieldTypes::kTimecode},
-          {"End time", DBFieldTypes::kTimecode},
-          {"Tag", DBFieldTypes::kText}};
+  return {{"Cookie", DBFieldTypes::kText},         {"Name", DBFieldTypes::kText},         {"Reel", DBFieldTypes::kText},
+          {"Start time", DBFieldTypes::kTimecode}, {"End time", DBFieldTypes::kTimecode}, {"Tag", DBFieldTypes::kText}};
 }
 
 class Harness {
@@ -152,7 +148,8 @@ class Harness {
         break;
       case 15: {
         Zr::Ptr<kesta> other(new kesta(db, 1));
-        if (roomFor(static_cast<int>(other->get_num_records()))) in_.flag() ? db.add_kesta(other.get()) : db.merge_all_matching(other.get());
+        if (roomFor(static_cast<int>(other->get_num_records())))
+          in_.flag() ? db.add_kesta(other.get()) : db.merge_all_matching(other.get());
         break;
       }
       case 16:

@@ -87,8 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   for (const Wanted& w : wanted) {
     if (w.pattern.empty()) continue;  // no condition
     any_text = true;
-    expected = expected && reference(normal(text, case_sensitive, timecode),
-                                     normal(w.pattern, case_sensitive, timecode), w.method);
+    expected = expected &&
+               reference(normal(text, case_sensitive, timecode), normal(w.pattern, case_sensitive, timecode), w.method);
   }
   const bool got = TextSearch::match(LightweightString<char>(text.data(), text.size()), criteria, options);
   check(got == expected, "match agrees with the reference", text);

@@ -38,8 +38,7 @@ std::string shapeDigits(std::string_view t) {
   };
   if (t.size() == 8 && all_digits({0, 1, 2, 3, 4, 5, 6, 7})) return std::string(t);
   if (t.size() == 9 && separator(t[6]) && all_digits({0, 1, 2, 3, 4, 5, 7, 8})) return digitsOf(t);
-  if (t.size() == 11 && separator(t[2]) && separator(t[5]) && separator(t[8]) &&
-      all_digits({0, 1, 3, 4, 6, 7, 9, 10}))
+  if (t.size() == 11 && separator(t[2]) && separator(t[5]) && separator(t[8]) && all_digits({0, 1, 3, 4, 6, 7, 9, 10}))
     return digitsOf(t);
   return {};
 }

@@ -2,14 +2,14 @@
 # The reliability checks beyond the sanitizer suites:
 #  1. the fuzz preset (clang, libFuzzer, AddressSanitizer + UndefinedBehaviorSanitizer): every
 #     stored input of fuzz/corpus/<target>/ and fuzz/corpus/regressions/<target>/ is replayed,
-#     then each target fuzzes for a fixed time (KESTA_FUZZ_SECONDS, default 25), two at a time;
+#     then each target fuzzes for a fixed time (KESTA_FUZZ_SECONDS, default 30), two at a time;
 #     a crash stops the script and leaves the input under build/fuzz/fuzz-artifacts/;
 #  2. the reliability preset (clang, ThreadSanitizer): the shared-reading thread test.
 # The model check runs in the ordinary suites. Ends with CTest's summary of the thread test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=${KESTA_JOBS:-$(nproc)}
-seconds=${KESTA_FUZZ_SECONDS:-25}
+seconds=${KESTA_FUZZ_SECONDS:-30}
 
 echo "== fuzz"
 cmake --preset fuzz >/dev/null

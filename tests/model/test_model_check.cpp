@@ -30,13 +30,13 @@
 
 namespace {
 
+using sortrules::compareRecords;
+using sortrules::Keys;
+using sortrules::Values;
 using viewmodel::kNoRecord;
 using viewmodel::Slot;
 using viewmodel::World;
 using viewprobe::Probe;
-using sortrules::compareRecords;
-using sortrules::Keys;
-using sortrules::Values;
 
 constexpr int kMaxHeldViews = 5;
 constexpr int kMaxRows = 60;
@@ -471,8 +471,8 @@ class Harness {
       return;
     }
     for (int i = 0; i < model.count; ++i) {
-      model.slots[static_cast<std::size_t>(i)] = Slot{after[static_cast<std::size_t>(i)].first,
-                                                      after[static_cast<std::size_t>(i)].second};
+      model.slots[static_cast<std::size_t>(i)] =
+          Slot{after[static_cast<std::size_t>(i)].first, after[static_cast<std::size_t>(i)].second};
     }
     // A missing record compares level with everything, which orders nothing.
     if (!all_present) return;

@@ -60,8 +60,8 @@ class World {
     bool alive = true;
   };
 
-  std::vector<int> records;  // identities, database row order
-  std::vector<int> tags;     // database tags, by row (meaningless where no record)
+  std::vector<int> records;            // identities, database row order
+  std::vector<int> tags;               // database tags, by row (meaningless where no record)
   std::vector<std::string> names;      // the Name field, by row
   std::vector<std::string> tag_texts;  // the Tag field, by row
   bool show_tags_only = false;
@@ -402,9 +402,7 @@ class World {
 
   // ------------------------------------------------------------- the database
   // Row numbers address the tagged index while show-tags-only is on.
-  int visibleCount() const {
-    return static_cast<int>(show_tags_only ? tagged.size() : records.size());
-  }
+  int visibleCount() const { return static_cast<int>(show_tags_only ? tagged.size() : records.size()); }
   int visibleRecord(int row) const {
     return show_tags_only ? tagged[static_cast<std::size_t>(row)] : records[static_cast<std::size_t>(row)];
   }
