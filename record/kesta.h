@@ -180,6 +180,11 @@ class KESTA_API kesta : public KSTBase, public Notifier {
  private:
   friend class dbrecord;  // marks the database changed
   friend class KestaDebug;
+  class LineSource;  // the lines a load reads: a whole file, or one streamed in blocks
+
+  void read_params_from(LineSource& lines, dbrecord* line);
+  int add_lines(LineSource& lines, int skipFirst, int maxRecords);
+  bool load_log(const LightweightString<wchar_t>& name, int maxRecords, bool strict);
 
   std::vector<DBFieldDesc> fields_;
   RecordList records_;

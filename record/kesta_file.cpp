@@ -2,9 +2,9 @@
 // header (marker, widths, types, names), then one record line per record, every line in the
 // record line syntax; and plain comma-separated input for files named "*.csv".
 //
-// Files are loaded whole through a TextFile with one read, and saved atomically through a
-// TextFileWriter that streams the lines. Records are read straight from the TextFile's lines,
-// so a load holds the file once plus the records.
+// Files are loaded through a TextFileReader a block at a time, the records read straight from
+// each block's lines, and saved atomically through a TextFileWriter that streams the lines: a
+// large log is never held twice in memory.
 
 #include <strings.h>
 
@@ -21,6 +21,7 @@
 #include "record/kesta.h"
 #include "support/Log.h"
 #include "support/StringUtils.h"
+#include "support/TextFileReader.h"
 #include "support/TextFileWriter.h"
 
 namespace {
@@ -285,6 +286,32 @@ void kesta::loadFromFile(const LightweightString<wchar_t>& fileName, int maxReco
   }
 }
 
+// A whole file in memory, or a file read a block at a time: the next line is always at the
+// read cursor of the block that next() answers, and reading past the last line yields nothing.
+class kesta::LineSource {
+ public:
+  explicit LineSource(TextFile& whole) : block_(whole) {}
+  LineSource(TextFile& block, TextFileReader& in) : block_(block), in_(&in) {}
+
+  TextFile& next() {
+    if (in_ && block_.readCursor() >= block_.getNumLines()) in_->next(block_);
+    return block_;
+  }
+  bool more() { return next().readCursor() < block_.getNumLines(); }
+  // How many lines are likely left, to size the record list once.
+  std::size_t expected_lines() {
+    TextFile& block = next();
+    const std::size_t here = block.getNumLines() - std::min(block.readCursor(), block.getNumLines());
+    if (!in_ || block.getNumLines() == 0) return here;
+    const uint64_t average = block.bufferSize() / block.getNumLines() + 1;
+    return static_cast<std::size_t>(std::max<uint64_t>(here, in_->size() / average));
+  }
+
+ private:
+  TextFile& block_;
+  TextFileReader* in_ = nullptr;
+};
+
 void kesta::loadFromFile(int maxRecords, bool strict) {
   // What a load replaces is set aside rather than emptied, and the records it appends are
   // dropped again, so that a failed allocation leaves the database as it was.
@@ -304,49 +331,15 @@ void kesta::loadFromFile(int maxRecords, bool strict) {
   previous_flags.swap(special_label_flags_);
   init();  // records already held stay
 
-  auto load = [&] {
-    TextFile file;
-    if (!file.load(file_name_, '\n', false)) return;
-
-    if (has_csv_suffix(file_name_)) {
-      // Left as read: no post_init, no record limit, changed marks kept.
-      read_csv(*this, fields_, file);
-      valid_ = 1;
-      return;
-    }
-
-    dbrecord line(kScratchFields);
-    read_params(file, &line);
-    if (num_params() == 0) return;
-
-    if (is_marker(line)) {
-      dbrecord widths(0);
-      dbrecord types(0);
-      dbrecord names(0);
-      widths.read(file);
-      types.read(file);
-      names.read(file);
-      if (types.get_num_fields() != names.get_num_fields()) return;
-      for (unsigned short f = 0; f < names.get_num_fields(); ++f) {
-        fields_.push_back(DBFieldDesc(names.getField(f), fieldTypeFromString(types.getField(f))));
-      }
-    } else {
-      if (strict) {
-        valid_ = 0;
-        return;
-      }
-      // No header: the line that ended the parameters names the columns.
-      for (unsigned short f = 0; f < line.get_num_fields(); ++f) {
-        fields_.push_back(DBFieldDesc(line.getField(f), guess_type(line.get_field(f))));
-      }
-    }
-    valid_ = 1;
-    post_init();
-    add_text(file, 0, maxRecords);
-    clear_changed();
-  };
   try {
-    load();
+    if (!load_log(file_name_, maxRecords, strict)) {
+      // A file that could not be read to its end loads nothing, as one that cannot be opened.
+      records_.erase(held, records_.size() - held);
+      field_name_index_.clear();
+      special_label_flags_.clear();
+      sort_fields_ = previous_sort_fields;
+      init();
+    }
   } catch (...) {
     records_.erase(held, records_.size() - held);
     swap_params(previous_params);
@@ -363,10 +356,62 @@ void kesta::loadFromFile(int maxRecords, bool strict) {
   }
 }
 
+bool kesta::load_log(const LightweightString<wchar_t>& name, int maxRecords, bool strict) {
+  if (has_csv_suffix(name)) {
+    TextFile file;
+    if (!file.load(name, '\n', false)) return true;  // nothing read, nothing to undo
+    // Left as read: no post_init, no record limit, changed marks kept.
+    read_csv(*this, fields_, file);
+    valid_ = 1;
+    return true;
+  }
+
+  // The records are built as the file streams in: a load holds the records and one block,
+  // never the whole file as well.
+  TextFileReader in(name, '\n', false);
+  TextFile block;
+  LineSource lines(block, in);
+  dbrecord line(kScratchFields);
+  read_params_from(lines, &line);
+  if (num_params() == 0) return in.finish();
+
+  if (is_marker(line)) {
+    dbrecord widths(0);
+    dbrecord types(0);
+    dbrecord names(0);
+    widths.read(lines.next());
+    types.read(lines.next());
+    names.read(lines.next());
+    if (types.get_num_fields() != names.get_num_fields()) return in.finish();
+    for (unsigned short f = 0; f < names.get_num_fields(); ++f) {
+      fields_.push_back(DBFieldDesc(names.getField(f), fieldTypeFromString(types.getField(f))));
+    }
+  } else {
+    if (strict) {
+      valid_ = 0;
+      return in.finish();
+    }
+    // No header: the line that ended the parameters names the columns.
+    for (unsigned short f = 0; f < line.get_num_fields(); ++f) {
+      fields_.push_back(DBFieldDesc(line.getField(f), guess_type(line.get_field(f))));
+    }
+  }
+  valid_ = 1;
+  post_init();
+  add_lines(lines, 0, maxRecords);
+  clear_changed();
+  return in.finish();
+}
+
 void kesta::read_params(TextFile& file, dbrecord* line) {
+  LineSource lines(file);
+  read_params_from(lines, line);
+}
+
+void kesta::read_params_from(LineSource& lines, dbrecord* line) {
   empty_params();
   if (!line) return;
-  line->read(file);
+  line->read(lines.next());
   if (line->get_num_fields() == 0 || strncasecmp(line->get_field(0), "KESTA:", 6) != 0) return;
 
   LightweightString<char> key;
@@ -381,26 +426,30 @@ void kesta::read_params(TextFile& file, dbrecord* line) {
 
   // Up to the header marker, or the end of the file. Pairs are appended as they come, so
   // duplicates are kept.
-  line->read(file);
-  while (file.readCursor() <= file.getNumLines()) {
+  bool read_a_line = lines.more();
+  line->read(lines.next());
+  while (read_a_line) {
     if (is_marker(*line)) break;
     if (line->get_num_fields() > 0 && split_parameter(line->get_field(0), key, value)) append_param(key, value);
-    line->read(file);
+    read_a_line = lines.more();
+    line->read(lines.next());
   }
 }
 
 int kesta::add_text(TextFile& file, int skipFirst, int maxRecords) {
+  LineSource lines(file);
+  return add_lines(lines, skipFirst, maxRecords);
+}
+
+int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords) {
   if (maxRecords < 1) return 0;
-  const unsigned lines_left = file.getNumLines() > file.readCursor() ? file.getNumLines() - file.readCursor() : 0;
-  const unsigned expected =
-      lines_left < static_cast<unsigned>(maxRecords) ? lines_left : static_cast<unsigned>(maxRecords);
-  records_.reserve(records_.size() + expected);
+  records_.reserve(records_.size() + std::min(lines.expected_lines(), static_cast<std::size_t>(maxRecords)));
 
   int count = 0;
   for (;;) {
     Zr::Ptr<dbrecord> record = newRecord();
     // A blank line ends the records as the end of the file does.
-    if (record->read(file) == 0) return count;
+    if (record->read(lines.next()) == 0) return count;
     if (record->get_num_fields() != static_cast<uint16_t>(get_num_fields())) {
       LogBoth("kesta::add_text: returning because not all fields filled\n");
       return count;
@@ -409,11 +458,11 @@ int kesta::add_text(TextFile& file, int skipFirst, int maxRecords) {
       if (is_marker(*record)) {
         // A repeated header (only a one-column database gets this far): the record takes the
         // names line.
-        record->read(file);
-        record->read(file);
-        if (record->read(file) == 0) break;
+        record->read(lines.next());
+        record->read(lines.next());
+        if (record->read(lines.next()) == 0) break;
       }
-    } else if (record->read(file) == 0) {
+    } else if (record->read(lines.next()) == 0) {
       break;  // the first line was to be skipped
     }
     records_.push_back(record);

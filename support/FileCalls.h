@@ -6,6 +6,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <new>
 
 #include "support/OS.h"
 
@@ -31,6 +32,18 @@ int retrying(Call call) {
 
 // A close that reports an error may be the first report of a lost transfer. EINTR still
 // closes on Linux, so it is not retried and not an error.
+// The buffers are standard vectors; their exhaustion surfaces as the library's exception.
+template <class Step>
+void or_bad_alloc(Step step) {
+  try {
+    step();
+  } catch (const Zr::Exception::BadAlloc&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw Zr::Exception::BadAlloc();
+  }
+}
+
 inline bool close_file(iFileSystem* fs, int fd) { return fs->close(fd) == 0 || errno == EINTR; }
 
 }  // namespace file_calls

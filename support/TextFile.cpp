@@ -17,21 +17,10 @@
 
 using file_calls::close_file;
 using file_calls::open_file;
+using file_calls::or_bad_alloc;
 using file_calls::retrying;
 
 namespace {
-
-// The buffers are standard vectors; their exhaustion surfaces as the library's exception.
-template <class Step>
-void or_bad_alloc(Step step) {
-  try {
-    step();
-  } catch (const Zr::Exception::BadAlloc&) {
-    throw;
-  } catch (const std::bad_alloc&) {
-    throw Zr::Exception::BadAlloc();
-  }
-}
 
 // Reads up to `size` bytes, stopping early only at the end of the file; -1 on error.
 int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
@@ -88,6 +77,11 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
   }
   buffer_.resize(static_cast<uint64_t>(got));  // the file shrank while we read it
 
+  index_lines(separator, keepCR);
+  return true;
+}
+
+void TextFile::index_lines(char separator, bool keepCR) {
   const char* data = buffer_.data();
   const uint64_t n = buffer_.size();
   or_bad_alloc([&] { lines_.reserve(static_cast<std::size_t>(std::count(data, data + n, separator)) + 1); });
@@ -100,7 +94,6 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
     lines_.push_back(Span{start, static_cast<uint32_t>(length)});
     start = end + 1;
   }
-  return true;
 }
 
 LightweightString<char> TextFile::operator[](unsigned i) const {

@@ -74,6 +74,10 @@ class KESTA_SUPPORT_API TextFile {
   std::size_t bufferSize() const noexcept { return buffer_.size(); }
 
  private:
+  friend class TextFileReader;  // fills the buffer a block at a time
+  // Splits the whole buffer into lines as load does.
+  void index_lines(char separator, bool keepCR);
+
   struct Span {
     uint64_t start;
     uint32_t length;

@@ -16,6 +16,7 @@
 #include "common/TestUtil.h"
 #include "record/KestaDebugPrivate.h"
 #include "support/Log.h"
+#include "support/TextFileReader.h"
 
 using reliability::contentOf;
 
@@ -33,13 +34,31 @@ const Source kSources[] = {
     {"log in one read", "/logs/day.kst", 0},
     {"log in short reads", "/logs/day.kst", 7000},
     {"comma-separated file", "/logs/day.csv", 0},
+    {"log longer than two read blocks", "/logs/week.kst", 0},
 };
+
+// The example's records repeated past two of the loader's read blocks, so that a failure can
+// come after records were already built from the earlier blocks.
+std::string long_log() {
+  const std::string example = testutil::readFile(testutil::example("dailies.kst"));
+  // The end of the marker line, then of the widths, types and names lines.
+  std::size_t header_end = example.find("\n", example.find("\n\"KESTA\"\n") + 1);
+  for (int line = 0; line < 3; ++line) header_end = example.find('\n', header_end + 1);
+  const std::string records = example.substr(header_end + 1);
+  std::string log = example.substr(0, header_end + 1);
+  while (log.size() < 2 * TextFileReader::kDefaultBlock + 100000) log += records;
+  return log;
+}
 
 SimFileSystem disk_with(const Source& s) {
   SimFileSystem disk;
   disk.makeFolder("/logs");
-  const std::string example = s.path.ends_with(".csv") ? "dailies.csv" : "dailies.kst";
-  disk.putFile(s.path, testutil::readFile(testutil::example(example)));
+  if (s.path.ends_with("week.kst")) {
+    disk.putFile(s.path, long_log());
+  } else {
+    const std::string example = s.path.ends_with(".csv") ? "dailies.csv" : "dailies.kst";
+    disk.putFile(s.path, testutil::readFile(testutil::example(example)));
+  }
   disk.setMaxTransfer(s.transfer);
   return disk;
 }

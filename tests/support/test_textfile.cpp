@@ -1,5 +1,6 @@
 // TextFile: line splitting, byte-exact round trips, and saves that either complete or leave
-// the old file as it was with nothing else behind; and the streaming writer that saves use.
+// the old file as it was with nothing else behind; the streaming writer that saves use and the
+// block reader that loads use.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include "common/TestUtil.h"
 #include "support/StringUtils.h"
 #include "support/TextFile.h"
+#include "support/TextFileReader.h"
 #include "support/TextFileWriter.h"
 
 using namespace std::string_literals;
@@ -28,7 +30,7 @@ namespace {
 // calls interrupted, and a count of descriptors left open.
 class SimulatedDisk : public iFileSystem {
  public:
-  enum Fault { kNone, kWrite, kFsync, kClose, kRename };
+  enum Fault { kNone, kRead, kWrite, kFsync, kClose, kRename };
   Fault fault = kNone;
   std::size_t max_transfer = 0;  // 0: whole transfers
   bool interrupt = false;        // every other call first fails with EINTR
@@ -41,6 +43,7 @@ class SimulatedDisk : public iFileSystem {
     return fd;
   }
   ssize_t read(int fd, void* buffer, std::size_t size) override {
+    if (fault == kRead) return fail(EIO);
     if (interrupted()) return -1;
     return real()->read(fd, buffer, cut(size));
   }
@@ -106,13 +109,14 @@ std::vector<std::string> lines_of(const TextFile& file) {
 
 }  // namespace
 
-TEST(TextFile, LoadSplitsLines) {
-  const struct {
-    std::string bytes;
-    char separator;
-    bool keep_cr;
-    std::vector<std::string> lines;
-  } cases[] = {
+struct SplitCase {
+  std::string bytes;
+  char separator;
+  bool keep_cr;
+  std::vector<std::string> lines;
+};
+
+const SplitCase kSplitCases[] = {
       {"", '\n', false, {}},
       {"a", '\n', false, {"a"}},
       {"a\n", '\n', false, {"a"}},
@@ -125,13 +129,75 @@ TEST(TextFile, LoadSplitsLines) {
       {"a\r\nb\r\n", '\n', true, {"a\r", "b\r"}},
       {"x\0y\n\xff\xfe\n"s, '\n', false, {"x\0y"s, "\xff\xfe"}},
       {"a;b\r;", ';', false, {"a", "b"}},
-  };
+      {"long line one\r\n\nshort\r\nlast line without a feed\r", '\n', false,
+       {"long line one", "", "short", "last line without a feed\r"}},
+};
+
+TEST(TextFile, LoadSplitsLines) {
   TempDir dir;
-  for (const auto& c : cases) {
+  for (const auto& c : kSplitCases) {
     writeFile(dir.file("in.txt"), c.bytes);
     TextFile file;
     ASSERT_TRUE(file.load(dir.wfile("in.txt"), c.separator, c.keep_cr));
     EXPECT_EQ(lines_of(file), c.lines) << testing::PrintToString(c.bytes);
+  }
+}
+
+// Every block size, down to one byte, splits as a whole load does; blocks hold whole lines.
+TEST(TextFileReader, BlocksOfWholeLinesSplitAsALoad) {
+  TempDir dir;
+  SimulatedDisk disk;
+  disk.max_transfer = 3;
+  disk.interrupt = true;
+  for (const auto& c : kSplitCases) {
+    writeFile(dir.file("in.txt"), c.bytes);
+    for (std::size_t block : {1, 2, 3, 5, 64}) {
+      UseDisk use(&disk);
+      TextFileReader in(dir.wfile("in.txt"), c.separator, c.keep_cr, block);
+      EXPECT_EQ(in.size(), c.bytes.size());
+      TextFile lines;
+      std::vector<std::string> all;
+      while (in.next(lines)) {
+        EXPECT_GT(lines.getNumLines(), 0u);
+        EXPECT_EQ(lines.readCursor(), 0u);
+        for (const std::string& line : lines_of(lines)) all.push_back(line);
+      }
+      EXPECT_EQ(lines.getNumLines(), 0u);
+      EXPECT_FALSE(in.next(lines));
+      EXPECT_TRUE(in.finish());
+      EXPECT_EQ(all, c.lines) << testing::PrintToString(c.bytes) << ", block " << block;
+    }
+  }
+  EXPECT_EQ(disk.open_fds, 0);
+}
+
+TEST(TextFileReader, FailuresStopTheReadingAndShowInFinish) {
+  TempDir dir;
+  writeFile(dir.file("in.txt"), "one\ntwo\nthree\n");
+  {
+    TextFileReader missing(dir.wfile("missing.txt"), '\n', false);
+    TextFile lines;
+    EXPECT_FALSE(missing.next(lines));
+    EXPECT_FALSE(missing.finish());
+    EXPECT_EQ(errno, ENOENT);
+  }
+  for (SimulatedDisk::Fault fault : {SimulatedDisk::kRead, SimulatedDisk::kClose}) {
+    SimulatedDisk disk;
+    UseDisk use(&disk);
+    TextFileReader in(dir.wfile("in.txt"), '\n', false, 4);
+    TextFile lines;
+    ASSERT_TRUE(in.next(lines));
+    EXPECT_EQ(lines_of(lines), std::vector<std::string>{"one"});
+    disk.fault = fault;
+    if (fault == SimulatedDisk::kRead) {
+      EXPECT_FALSE(in.next(lines));
+      EXPECT_EQ(lines.getNumLines(), 0u);
+      EXPECT_FALSE(in.next(lines)) << "no call after a failure";
+    }
+    errno = 0;
+    EXPECT_FALSE(in.finish());
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(disk.open_fds, 0);
   }
 }
 

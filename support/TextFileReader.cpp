@@ -1,0 +1,94 @@
+// TextFileReader: blocks of whole lines, the unfinished last line carried to the next block.
+
+#include "support/TextFileReader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "support/FileCalls.h"
+#include "support/StringUtils.h"
+
+using file_calls::close_file;
+using file_calls::open_file;
+using file_calls::or_bad_alloc;
+using file_calls::retrying;
+
+TextFileReader::TextFileReader(const LightweightString<wchar_t>& name, char separator, bool keepCR,
+                               std::size_t block)
+    : fs_(OS()->fileSystem()), separator_(separator), keep_cr_(keepCR), block_(block ? block : 1) {
+  const LightweightString<char> path = toUTF8(name);
+  if (path.empty()) {
+    error_ = ENOENT;
+    return;
+  }
+  fd_ = open_file(fs_, path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+  if (fd_ < 0) {
+    error_ = errno;
+    return;
+  }
+  ok_ = true;
+  if (retrying([&] { return fs_->fileSize(fd_, size_); }) != 0) fail();
+}
+
+TextFileReader::~TextFileReader() {
+  if (fd_ >= 0) fs_->close(fd_);
+}
+
+void TextFileReader::fail() noexcept {
+  error_ = errno;
+  ok_ = false;
+}
+
+bool TextFileReader::next(TextFile& lines) {
+  lines.clear();
+  if (!ok_ || (at_end_ && carry_.empty())) return false;
+  std::vector<char>& buffer = lines.buffer_;
+  or_bad_alloc([&] { buffer.assign(carry_.begin(), carry_.end()); });
+  carry_.clear();
+
+  std::size_t searched = buffer.size();  // the carried start of a line holds no separator
+  while (!at_end_) {
+    const std::size_t have = buffer.size();
+    or_bad_alloc([&] { buffer.resize(have + block_); });
+    std::size_t got = 0;
+    while (got < block_) {
+      ssize_t n = fs_->read(fd_, buffer.data() + have + got, block_ - got);
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        fail();
+        lines.clear();
+        return false;
+      }
+      if (n == 0) {
+        at_end_ = true;
+        break;
+      }
+      got += static_cast<std::size_t>(n);
+    }
+    buffer.resize(have + got);
+    const char* data = buffer.data();
+    const void* last = got ? memrchr(data + searched, separator_, buffer.size() - searched) : nullptr;
+    searched = buffer.size();
+    if (last) {
+      const std::size_t cut = static_cast<std::size_t>(static_cast<const char*>(last) - data) + 1;
+      or_bad_alloc([&] { carry_.assign(data + cut, data + buffer.size()); });
+      buffer.resize(cut);
+      break;
+    }
+  }
+  if (buffer.empty()) return false;
+  lines.index_lines(separator_, keep_cr_);
+  return true;
+}
+
+bool TextFileReader::finish() {
+  if (fd_ >= 0) {
+    if (!close_file(fs_, fd_) && ok_) fail();
+    fd_ = -1;
+  }
+  if (!ok_) errno = error_;
+  return ok_;
+}
