@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 #include <strings.h>
 
 #include "record/CharClass.h"
@@ -89,7 +90,8 @@ bool dbrecord::set_field(int i, const char* text, bool trim) {
       while (char_class::isAsciiSpace(*text)) ++text;
     }
     if (*text) {
-      field = LightweightString<char>(text);
+      // A save stores every record's tag this way, mostly the text already there.
+      if (field.view() != std::string_view(text)) field = LightweightString<char>(text);
       mark_changed();
       return true;
     }

@@ -124,9 +124,11 @@ int dbrecord::read(TextFile& file) {
   if (isEssentiallyEmpty(line.data(), line.size())) return 0;
 
   // Parsed texts never outgrow their line (escapes only shrink), so the scratch needs no more
-  // than the line and a long field's cut leaves room for the next one.
-  thread_local std::vector<char> scratch;
-  thread_local std::vector<std::string_view> texts;
+  // than the line and a long field's cut leaves room for the next one. The initial-exec model
+  // (a few bytes of static TLS, available even to a library opened at run time) spares each
+  // line a call to find the thread's block.
+  [[gnu::tls_model("initial-exec")]] thread_local std::vector<char> scratch;
+  [[gnu::tls_model("initial-exec")]] thread_local std::vector<std::string_view> texts;
   if (scratch.size() < line.size() + kFieldBufferSize) scratch.resize(line.size() + kFieldBufferSize);
   texts.clear();
 
@@ -160,7 +162,7 @@ bool dbrecord::write(TextFile& file) const {
   std::size_t estimate = 0;
   for (const LightweightString<char>& field : fields_) estimate += field.size() + 3;
   // Reused from line to line: a save writes every record through here.
-  thread_local std::string line;
+  [[gnu::tls_model("initial-exec")]] thread_local std::string line;
   line.clear();
   line.reserve(estimate + estimate / 16);
 

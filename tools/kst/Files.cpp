@@ -69,9 +69,11 @@ void warn_replaced_tags(kesta& db, const std::string& path) {
   if (tag_field == 0xFFFFFFFFu) return;
   unsigned replaced = 0;
   std::string first;
-  for (unsigned r = 0; r < db.get_num_records(); ++r) {
-    LightweightString<char> value = db.getField(r, tag_field);
-    std::string_view text = value.view();
+  const unsigned rows = db.get_num_records();
+  for (unsigned r = 0; r < rows; ++r) {
+    const Zr::Ptr<dbrecord> record = db.get_record(r);
+    if (!record) continue;
+    std::string_view text = record->getField(static_cast<unsigned short>(tag_field)).view();
     if (text.find_first_not_of("0123456789") == std::string_view::npos) continue;
     if (replaced++ == 0) first = "record " + std::to_string(r + 1) + " held " + inQuotes(text);
   }

