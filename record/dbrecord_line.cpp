@@ -15,6 +15,10 @@
 #include <string_view>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "record/CharClass.h"
 #include "record/dbrecord.h"
 #include "support/StringUtils.h"
@@ -31,6 +35,17 @@ constexpr std::size_t kMaxFields = USHRT_MAX;
 // mostly plain text, and this scan is most of the reader's work.
 template <char A, char B, char C>
 const char* find_first_of(const char* p, const char* end) noexcept {
+#if defined(__SSE2__)
+  // Sixteen bytes a compare: a typical field is found in one step.
+  const __m128i a = _mm_set1_epi8(A), b = _mm_set1_epi8(B), c = _mm_set1_epi8(C);
+  while (end - p >= 16) {
+    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, a), _mm_cmpeq_epi8(w, b)), _mm_cmpeq_epi8(w, c));
+    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
+    if (mask != 0) return p + std::countr_zero(mask);
+    p += 16;
+  }
+#endif
   if constexpr (std::endian::native == std::endian::little) {
     constexpr uint64_t kOnes = 0x0101010101010101ull;
     constexpr uint64_t kHighs = 0x8080808080808080ull;
@@ -123,16 +138,12 @@ int dbrecord::read(TextFile& file) {
   const std::string_view line = file.takeLine();
   if (isEssentiallyEmpty(line.data(), line.size())) return 0;
 
-  // Parsed texts never outgrow their line (escapes only shrink), so the scratch needs no more
-  // than the line and a long field's cut leaves room for the next one. The initial-exec model
-  // (a few bytes of static TLS, available even to a library opened at run time) spares each
-  // line a call to find the thread's block.
-  [[gnu::tls_model("initial-exec")]] thread_local std::vector<char> scratch;
-  [[gnu::tls_model("initial-exec")]] thread_local std::vector<std::string_view> texts;
-  if (scratch.size() < line.size() + kFieldBufferSize) scratch.resize(line.size() + kFieldBufferSize);
-  texts.clear();
+  // Each field is parsed straight into its place in the record's one allocation. The
+  // initial-exec model (a few bytes of static TLS, available even to a library opened at run
+  // time) spares each line a call to find the thread's block.
+  [[gnu::tls_model("initial-exec")]] thread_local LightweightString<char>::Batch batch;
+  batch.clear();
 
-  char* out = scratch.data();
   const char* p = line.data();
   const char* const end = p + line.size();
   int count = 0;
@@ -144,16 +155,20 @@ int dbrecord::read(TextFile& file) {
       ++p;
       continue;
     }
-    const std::size_t length = parse_field(p, end, out);
-    if (p != end) ++p;  // the comma, or the byte at which a long field was cut
-    if (texts.size() < kMaxFields) {
-      texts.emplace_back(out, length);
-      out += length;
+    // Parsed texts never outgrow what is left of their line: escapes only shrink.
+    const std::size_t left = static_cast<std::size_t>(end - p);
+    if (batch.size() < kMaxFields) {
+      const std::size_t length = parse_field(p, end, batch.reserve(left < kMaxFieldLength ? left : kMaxFieldLength));
+      batch.commit(length);
+    } else {
+      char ignored[kFieldBufferSize];
+      parse_field(p, end, ignored);
     }
+    if (p != end) ++p;  // the comma, or the byte at which a long field was cut
   }
-  if (fields_.capacity() < texts.size()) fields_.reserve(texts.size());
-  fields_.resize(texts.size());
-  LightweightString<char>::makeBatch(texts.data(), texts.size(), fields_.data());
+  if (fields_.capacity() < batch.size()) fields_.reserve(batch.size());
+  fields_.resize(batch.size());
+  batch.assign(fields_.data());
   mark_changed();
   return count;
 }

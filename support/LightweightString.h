@@ -26,6 +26,7 @@
 #include <cwchar>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "support/OS.h"
 
@@ -149,39 +150,75 @@ class LightweightString {
     }
   }
 
-  // Sets out[0 .. count) to the texts, whose bodies share one allocation; an empty text gives
-  // a handle without a body. The texts must not point into bodies that `out` holds.
-  static void makeBatch(const std::basic_string_view<T>* texts, std::size_t count, LightweightString* out) {
-    std::size_t bytes = kBatchHeader;
-    int32_t holders = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      if (texts[i].empty()) continue;
-      bytes += batch_slot(texts[i].size());
-      ++holders;
+  // Texts laid out as they will be in one shared allocation, written in place by their maker
+  // (a line parser writes each field straight into its slot), then handed out with assign().
+  //
+  //   batch.clear();
+  //   T* at = batch.reserve(max);  n = write_up_to_max(at);  batch.commit(n);  ...
+  //   batch.assign(out);           // out[0 .. batch.size()) share one allocation
+  class Batch {
+   public:
+    void clear() noexcept {
+      bytes_ = kBatchHeader;
+      slots_.clear();
     }
-    if (holders == 0) {
-      for (std::size_t i = 0; i < count; ++i) out[i].clear();
-      return;
+    std::size_t size() const noexcept { return slots_.size(); }
+    // Room for a text of at most n characters; valid until the next reserve().
+    T* reserve(std::size_t n) {
+      const std::size_t need = bytes_ + batch_slot(n);
+      if (layout_.size() < need) layout_.resize(need < 2 * layout_.size() ? 2 * layout_.size() : need);
+      return reinterpret_cast<T*>(layout_.data() + bytes_ + sizeof(Body));
     }
-    char* block = static_cast<char*>(OS()->allocator()->allocate(bytes));
-    // Counted once: no other thread can see the block yet, and an atomic add per field was
-    // a third of the cost of reading a record line.
-    new (block) std::atomic<int32_t>(holders);
-    std::size_t at = kBatchHeader;
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::size_t n = texts[i].size();
+    // Ends the reserved text at n characters; an empty one takes no room.
+    void commit(std::size_t n) {
       if (n == 0) {
-        out[i].clear();
-        continue;
+        slots_.push_back(Slot{0, 0});
+        return;
       }
-      Body* body = new (block + at) Body{{-static_cast<int32_t>(at)}, static_cast<uint32_t>(n)};
-      T* chars = chars_of(body);
-      std::memcpy(chars, texts[i].data(), n * sizeof(T));
-      chars[n] = T(0);
-      out[i].drop();
-      out[i].body_ = body;
-      at += batch_slot(n);
+      reinterpret_cast<T*>(layout_.data() + bytes_ + sizeof(Body))[n] = T(0);
+      slots_.push_back(Slot{static_cast<uint32_t>(bytes_), static_cast<uint32_t>(n)});
+      bytes_ += batch_slot(n);
     }
+    // Sets out[0 .. size()) to the texts. Strong guarantee: on a failed allocation `out` is
+    // untouched. `out` must not hold bodies of this batch's layout (it holds none).
+    void assign(LightweightString* out) const {
+      int32_t holders = 0;
+      for (const Slot& slot : slots_) holders += slot.at != 0;
+      if (holders == 0) {
+        for (std::size_t i = 0; i < slots_.size(); ++i) out[i].clear();
+        return;
+      }
+      char* block = static_cast<char*>(OS()->allocator()->allocate(bytes_));
+      std::memcpy(block, layout_.data(), bytes_);
+      // Counted once: no other thread can see the block yet.
+      new (block) std::atomic<int32_t>(holders);
+      for (std::size_t i = 0; i < slots_.size(); ++i) {
+        const Slot slot = slots_[i];
+        out[i].drop();
+        if (slot.at == 0) continue;
+        out[i].body_ = new (block + slot.at) Body{{-static_cast<int32_t>(slot.at)}, slot.length};
+      }
+    }
+
+   private:
+    struct Slot {
+      uint32_t at;  // 0: an empty text
+      uint32_t length;
+    };
+    std::vector<char> layout_;
+    std::vector<Slot> slots_;
+    std::size_t bytes_ = kBatchHeader;
+  };
+
+  // Sets out[0 .. count) to the texts, whose bodies share one allocation; an empty text gives
+  // a handle without a body.
+  static void makeBatch(const std::basic_string_view<T>* texts, std::size_t count, LightweightString* out) {
+    Batch batch;
+    for (std::size_t i = 0; i < count; ++i) {
+      std::memcpy(batch.reserve(texts[i].size()), texts[i].data(), texts[i].size() * sizeof(T));
+      batch.commit(texts[i].size());
+    }
+    batch.assign(out);
   }
 
   friend bool operator==(const LightweightString& a, const LightweightString& b) noexcept {
