@@ -16,6 +16,7 @@
 // from several threads; changes need the caller's serialisation.
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "support/Config.h"
@@ -79,6 +80,8 @@ class KESTA_API dbrecord : public iObject {
   int read(TextFile& file);
   // Appends the record as one line and clears the changed mark; always true.
   bool write(TextFile& file) const;
+  // Appends the record's line, without a line end, to `line` and clears the changed mark.
+  void write_to(std::string& line) const;
 
   // Exports the label fields to `cfg` ("slate/take", "name", "notes", "reelid" ...); answers
   // how many label fields were exported. 0 without a container or a "name" column.

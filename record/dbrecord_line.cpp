@@ -173,13 +173,10 @@ int dbrecord::read(TextFile& file) {
   return count;
 }
 
-bool dbrecord::write(TextFile& file) const {
+void dbrecord::write_to(std::string& line) const {
   std::size_t estimate = 0;
   for (const LightweightString<char>& field : fields_) estimate += field.size() + 3;
-  // Reused from line to line: a save writes every record through here.
-  [[gnu::tls_model("initial-exec")]] thread_local std::string line;
-  line.clear();
-  line.reserve(estimate + estimate / 16);
+  line.reserve(line.size() + estimate + estimate / 16);
 
   bool first = true;
   for (const LightweightString<char>& field : fields_) {
@@ -201,7 +198,14 @@ bool dbrecord::write(TextFile& file) const {
     }
     line += '"';
   }
-  file.appendLine(std::string_view(line));
   changed_ = 0;
+}
+
+bool dbrecord::write(TextFile& file) const {
+  // Reused from line to line.
+  [[gnu::tls_model("initial-exec")]] thread_local std::string line;
+  line.clear();
+  write_to(line);
+  file.appendLine(std::string_view(line));
   return true;
 }

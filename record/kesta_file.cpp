@@ -197,7 +197,7 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
   // The lines go to the disk as they are made: a large log is never held twice in memory.
   TextFileWriter out(name, TextFile::kEOL_LF);
   for (unsigned i = 0; i < head.getNumLines(); ++i) out.appendLine(head.line(i));
-  TextFile line;  // one record's line at a time, its buffer reused
+  std::string line;  // one record's line at a time, its buffer reused
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
@@ -208,8 +208,8 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
       db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
     }
     line.clear();
-    if (!record->write(line)) break;
-    out.appendLine(line.line(0));
+    record->write_to(line);
+    out.appendLine(line);
     ++written;
   }
   if (!out.commit()) return 0;
