@@ -16,6 +16,11 @@ using file_calls::open_file;
 using file_calls::or_bad_alloc;
 using file_calls::retrying;
 
+namespace {
+// Read past the size the file had when it was opened, in case it has grown since.
+constexpr std::size_t kOverRead = 4096;
+}  // namespace
+
 TextFileReader::TextFileReader(const LightweightString<wchar_t>& name, char separator, bool keepCR,
                                std::size_t block)
     : fs_(OS()->fileSystem()), separator_(separator), keep_cr_(keepCR), block_(block ? block : 1) {
@@ -51,11 +56,15 @@ bool TextFileReader::next(TextFile& lines) {
 
   std::size_t searched = buffer.size();  // the carried start of a line holds no separator
   while (!at_end_) {
+    // No bigger than what is left of the file (a little over, to meet its end in the same
+    // round): a small log must not cost a whole block of zeroed memory.
+    const uint64_t left = size_ > read_ ? size_ - read_ : 0;
+    const std::size_t want = left + kOverRead < block_ ? static_cast<std::size_t>(left) + kOverRead : block_;
     const std::size_t have = buffer.size();
-    or_bad_alloc([&] { buffer.resize(have + block_); });
+    or_bad_alloc([&] { buffer.resize(have + want); });
     std::size_t got = 0;
-    while (got < block_) {
-      ssize_t n = fs_->read(fd_, buffer.data() + have + got, block_ - got);
+    while (got < want) {
+      ssize_t n = fs_->read(fd_, buffer.data() + have + got, want - got);
       if (n < 0) {
         if (errno == EINTR) continue;
         fail();
@@ -68,6 +77,7 @@ bool TextFileReader::next(TextFile& lines) {
       }
       got += static_cast<std::size_t>(n);
     }
+    read_ += got;
     buffer.resize(have + got);
     const char* data = buffer.data();
     const void* last = got ? memrchr(data + searched, separator_, buffer.size() - searched) : nullptr;

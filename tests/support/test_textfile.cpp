@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,6 +36,7 @@ class SimulatedDisk : public iFileSystem {
   std::size_t max_transfer = 0;  // 0: whole transfers
   bool interrupt = false;        // every other call first fails with EINTR
   int open_fds = 0;
+  std::size_t largest_read = 0;  // the largest size a read asked for
 
   int open(const char* path, int flags, mode_t mode) override {
     if (interrupted()) return -1;
@@ -45,6 +47,7 @@ class SimulatedDisk : public iFileSystem {
   ssize_t read(int fd, void* buffer, std::size_t size) override {
     if (fault == kRead) return fail(EIO);
     if (interrupted()) return -1;
+    largest_read = std::max(largest_read, size);
     return real()->read(fd, buffer, cut(size));
   }
   ssize_t write(int fd, const void* buffer, std::size_t size) override {
@@ -169,6 +172,32 @@ TEST(TextFileReader, BlocksOfWholeLinesSplitAsALoad) {
     }
   }
   EXPECT_EQ(disk.open_fds, 0);
+}
+
+TEST(TextFileReader, ReadsNoBiggerThanTheFileYetAllOfAGrownOne) {
+  TempDir dir;
+  writeFile(dir.file("in.txt"), "one\ntwo\n");
+  SimulatedDisk disk;
+  UseDisk use(&disk);
+  TextFileReader in(dir.wfile("in.txt"), '\n', false);
+  // Lines added after the open are read too, however far they run past the size seen then.
+  std::string more;
+  for (int i = 0; i < 5000; ++i) more += "line " + std::to_string(i) + "\n";
+  {
+    std::ofstream grow(dir.file("in.txt"), std::ios::app | std::ios::binary);
+    grow << more;
+  }
+  TextFile lines;
+  std::vector<std::string> all;
+  while (in.next(lines)) {
+    for (const std::string& line : lines_of(lines)) all.push_back(line);
+  }
+  EXPECT_TRUE(in.finish());
+  ASSERT_EQ(all.size(), 5002u);
+  EXPECT_EQ(all[1], "two");
+  EXPECT_EQ(all.back(), "line 4999");
+  // A small file costs a small buffer, not a whole block.
+  EXPECT_LT(disk.largest_read, std::size_t{64} << 10);
 }
 
 TEST(TextFileReader, FailuresStopTheReadingAndShowInFinish) {
