@@ -47,8 +47,18 @@ void append_hex_escape(std::string& out, const char* prefix, unsigned value) {
   out += buffer;
 }
 
-// A cell as the table shows it: one line, control characters escaped.
-std::string table_cell(std::string_view text) { return escapeControls(text); }
+// A cell as the table shows it: one line, control characters escaped, and its width, which
+// the layout needs three times.
+struct TableCell {
+  std::string text;
+  std::size_t width;
+};
+
+TableCell table_cell(std::string_view text) {
+  std::string shown = escapeControls(text);
+  const std::size_t width = displayWidth(shown);
+  return TableCell{std::move(shown), width};
+}
 
 // `text` cut to `width` code points, the last of them "…" when anything was cut.
 std::string fit(const std::string& text, std::size_t width) {
@@ -96,6 +106,10 @@ Format formatFromName(const std::string& name) {
 }
 
 std::size_t displayWidth(std::string_view text) {
+  // Most cells are plain ASCII: a byte each.
+  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    return text.size();
+  }
   std::size_t points = 0;
   for (std::size_t at = 0; at < text.size(); ++points) {
     std::size_t n = utf8_length(text.substr(at));
@@ -224,36 +238,44 @@ std::string renderJson(const Grid& grid) {
 std::string renderTable(const Grid& grid, unsigned width) {
   const std::size_t columns = grid.headers.size();
   if (columns == 0) return {};
-  std::vector<std::vector<std::string>> cells;
+  std::vector<std::vector<TableCell>> cells;
   cells.reserve(grid.rows.size() + 1);
   cells.emplace_back();
   for (const auto& h : grid.headers) cells[0].push_back(table_cell(h));
   for (const auto& row : grid.rows) {
     cells.emplace_back();
+    cells.back().reserve(columns);
     for (std::size_t i = 0; i < columns; ++i) cells.back().push_back(table_cell(i < row.size() ? row[i] : ""));
   }
   std::vector<std::size_t> natural(columns, 0);
   for (const auto& row : cells) {
-    for (std::size_t i = 0; i < columns; ++i) natural[i] = std::max(natural[i], displayWidth(row[i]));
+    for (std::size_t i = 0; i < columns; ++i) natural[i] = std::max(natural[i], row[i].width);
   }
   std::vector<std::size_t> widths = fitted_widths(natural, width);
   const std::size_t shown = widths.size();
 
   std::string out;
-  auto line = [&](const std::vector<std::string>& row) {
-    std::string text;
+  std::string text;
+  auto line = [&](const std::vector<TableCell>& row) {
+    text.clear();
     for (std::size_t i = 0; i < shown; ++i) {
-      std::string cell = fit(row[i], widths[i]);
-      text += cell;
-      if (i + 1 < shown) text.append(widths[i] - displayWidth(cell) + 2, ' ');
+      std::size_t used = row[i].width;
+      if (used <= widths[i]) {
+        text += row[i].text;
+      } else {
+        const std::string cut = fit(row[i].text, widths[i]);
+        text += cut;
+        used = displayWidth(cut);
+      }
+      if (i + 1 < shown) text.append(widths[i] - used + 2, ' ');
     }
     while (!text.empty() && text.back() == ' ') text.pop_back();
     out += text;
     out += '\n';
   };
   line(cells[0]);
-  std::vector<std::string> rule;
-  for (std::size_t w : widths) rule.emplace_back(w, '-');
+  std::vector<TableCell> rule;
+  for (std::size_t w : widths) rule.push_back(TableCell{std::string(w, '-'), w});
   line(rule);
   for (std::size_t r = 1; r < cells.size(); ++r) line(cells[r]);
   if (shown < columns) {

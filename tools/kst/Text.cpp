@@ -1,10 +1,16 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace kst {
 
 std::string escapeControls(std::string_view text) {
+  const auto is_control = [](char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u < 0x20 || u == 0x7f;
+  };
+  if (std::none_of(text.begin(), text.end(), is_control)) return std::string(text);
   std::string out;
   out.reserve(text.size());
   for (char c : text) {
