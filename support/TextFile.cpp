@@ -84,7 +84,11 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
 void TextFile::index_lines(char separator, bool keepCR) {
   const char* data = buffer_.data();
   const uint64_t n = buffer_.size();
-  or_bad_alloc([&] { lines_.reserve(static_cast<std::size_t>(std::count(data, data + n, separator)) + 1); });
+  // Counted once, so that a whole file's index takes no more room than it needs; a reader's
+  // later blocks reuse the room the first one made.
+  if (lines_.capacity() == 0) {
+    or_bad_alloc([&] { lines_.reserve(static_cast<std::size_t>(std::count(data, data + n, separator)) + 1); });
+  }
   uint64_t start = 0;
   while (start < n) {
     const void* hit = std::memchr(data + start, separator, n - start);
