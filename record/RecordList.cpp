@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "support/ReserveAtLeast.h"
+
 namespace {
 
 // Room added when the gap must grow away from the end: a share of the list, so that a run of
@@ -57,7 +59,7 @@ void RecordList::clear() noexcept {
   gap_length_ = 0;
 }
 
-void RecordList::reserve(std::size_t count) { storage_.reserve(count + gap_length_); }
+void RecordList::reserve(std::size_t count) { reserveAtLeast(storage_, count + gap_length_); }
 
 RecordList::Entry* RecordList::contiguous() {
   const std::size_t live = size();

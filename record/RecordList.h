@@ -37,6 +37,8 @@ class KESTA_API RecordList {
   // Removes entries [first, first + count). REQUIRES: first + count <= size().
   void erase(std::size_t first, std::size_t count);
   void clear() noexcept;
+  // Room for `count` entries in all, grown geometrically so that room made one entry at a
+  // time stays amortised constant.
   void reserve(std::size_t count);
 
   // Closes the gap and answers the entries as one contiguous array (for sorting).

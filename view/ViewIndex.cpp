@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 
+#include "support/ReserveAtLeast.h"
+
 namespace {
 
 constexpr int kBlock = 32;
@@ -370,7 +372,7 @@ void ViewIndex::release() {
 
 void ViewIndex::truncate() {
   std::vector<Entry> live = entries();
-  stale_.reserve(stale_.size() + live.size());
+  reserveAtLeast(stale_, stale_.size() + live.size());
   rebuild({}, live.size());
   stale_.insert(stale_.end(), live.rbegin(), live.rend());
 }
@@ -413,7 +415,7 @@ void ViewIndex::insertSlots(int at, int count, const uint32_t* rows, int written
 void ViewIndex::removeRange(int first, int count) {
   if (count <= 0) return;
   // The stale list grows before anything changes, so a failure leaves the index as it was.
-  stale_.reserve(stale_.size() + static_cast<std::size_t>(count));
+  reserveAtLeast(stale_, stale_.size() + static_cast<std::size_t>(count));
   if (count >= live_ / 4) {
     std::vector<Entry> live = entries();
     std::vector<Entry> gone(live.rbegin(), live.rbegin() + count);
