@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <strings.h>
+#include <vector>
 
 #include "record/FieldTables.h"
 #include "record/kesta.h"
@@ -15,13 +16,19 @@ namespace {
 
 constexpr unsigned kNoField = 0xFFFFFFFFu;
 
-// The start/end pair that a special column belongs to; false for any other name. The table
-// lists each pair's start column followed by its end column.
-bool special_pair(const char* name, const char*& start, const char*& end) {
-  for (int i = 0; *field_tables::kSpecialLabelFields[i]; ++i) {
-    if (std::strcmp(name, field_tables::kSpecialLabelFields[i]) == 0) {
-      start = field_tables::kSpecialLabelFields[i & ~1];
-      end = field_tables::kSpecialLabelFields[i | 1];
+// The start/end pair that a special column belongs to, as names to look up; false for any
+// other name. The table lists each pair's start column followed by its end column. The names
+// are made once: a query looks them up for every record.
+bool special_pair(const char* name, const LightweightString<char>*& start, const LightweightString<char>*& end) {
+  static const std::vector<LightweightString<char>> names = [] {
+    std::vector<LightweightString<char>> made;
+    for (int i = 0; *field_tables::kSpecialLabelFields[i]; ++i) made.emplace_back(field_tables::kSpecialLabelFields[i]);
+    return made;
+  }();
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (std::strcmp(name, names[i].c_str()) == 0) {
+      start = &names[i & ~std::size_t{1}];
+      end = &names[i | 1];
       return true;
     }
   }
@@ -95,11 +102,11 @@ bool kesta::found_in_special_label_field(const dbrecord* record, int field) cons
   const LightweightString<char>& query = criteria.getCriterion(0).text();
 
   // A query in either column of a pair searches the same start..end range.
-  const char* start_name = nullptr;
-  const char* end_name = nullptr;
+  const LightweightString<char>* start_name = nullptr;
+  const LightweightString<char>* end_name = nullptr;
   if (!special_pair(get_fieldname(static_cast<unsigned>(field)), start_name, end_name)) return true;
 
-  unsigned start_field = get_fieldnum(LightweightString<char>(start_name));
+  unsigned start_field = get_fieldnum(*start_name);
   if (start_field == kNoField || record == nullptr) return false;
   const char* start = record->getField(static_cast<unsigned short>(start_field)).c_str();
   if (*start == '\0') return false;
@@ -109,7 +116,7 @@ bool kesta::found_in_special_label_field(const dbrecord* record, int field) cons
   std::size_t length = query.size();
   if (std::strncmp(start, q, length) == 0) return true;
 
-  unsigned end_field = get_fieldnum(LightweightString<char>(end_name));
+  unsigned end_field = get_fieldnum(*end_name);
   if (end_field == kNoField) return false;
   const char* end = record->getField(static_cast<unsigned short>(end_field)).c_str();
   if (*end == '\0') return false;
