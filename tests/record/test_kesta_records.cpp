@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/TestUtil.h"
 #include "record/RecordList.h"
 #include "record/StoreTestUtil.h"
 #include "record/kesta.h"
@@ -180,28 +181,19 @@ TEST(KestaDelete, AllocationFailureLeavesTheRowsInPlace) {
   EXPECT_EQ(db->changed(), 0);
 }
 
-// Counts the bytes the library asks for.
-class ByteCountingAllocator : public iAllocator {
- public:
-  void* allocate(std::size_t size) override {
-    bytes += size;
-    return defaultAllocator()->allocate(size);
-  }
-  void release(void* block) noexcept override { defaultAllocator()->release(block); }
-  std::size_t bytes = 0;
-};
-
 TEST(KestaAdd, RecordsAddedOneAtATimeAllocateInProportionToTheRows) {
   // Each add makes room first (all or none); room made exactly would copy the whole list on
   // every call.
   constexpr int kRows = 20000;
   kesta db(kFields);
-  ByteCountingAllocator counting;
-  iAllocator* previous = setAllocator(&counting);
-  for (int i = 0; i < kRows; ++i) db.add_records(1);
-  setAllocator(previous);
+  std::size_t bytes = 0;
+  {
+    testutil::CountedBytes counted;
+    for (int i = 0; i < kRows; ++i) db.add_records(1);
+    bytes = counted.bytes();
+  }
   EXPECT_EQ(db.get_num_records(), static_cast<unsigned>(kRows));
-  EXPECT_LT(counting.bytes, std::size_t{2048} * kRows);
+  EXPECT_LT(bytes, std::size_t{2048} * kRows);
 }
 
 TEST(KestaFields, SettersByRow) {

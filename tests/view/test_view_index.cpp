@@ -9,7 +9,7 @@
 #include <random>
 #include <sstream>
 
-#include "support/OS.h"
+#include "common/TestUtil.h"
 #include "view/ViewIndex.h"
 
 namespace {
@@ -278,17 +278,6 @@ TEST(ViewIndex, CapacityFollowsTheGrowthAndShrinkRule) {
   EXPECT_EQ(index.row(0), 7u);
 }
 
-// Counts the bytes the library asks for.
-class ByteCountingAllocator : public iAllocator {
- public:
-  void* allocate(std::size_t size) override {
-    bytes += size;
-    return defaultAllocator()->allocate(size);
-  }
-  void release(void* block) noexcept override { defaultAllocator()->release(block); }
-  std::size_t bytes = 0;
-};
-
 TEST(ViewIndex, RemovalsOneAtATimeAllocateInProportionToTheRows) {
   // Room for the removed entries is made before each removal; made exactly, it would copy
   // every removed entry again on each call and a view's deletion would go quadratic.
@@ -299,15 +288,17 @@ TEST(ViewIndex, RemovalsOneAtATimeAllocateInProportionToTheRows) {
   for (int i = 0; i < kRows; ++i) rows[static_cast<std::size_t>(i)] = static_cast<uint32_t>(i);
   index.insertSlots(0, kRows, rows.data(), kRows, 0);
 
-  ByteCountingAllocator counting;
-  iAllocator* previous = setAllocator(&counting);
-  for (int i = 0; i < kRows / 2; ++i) index.removeRange(i, 1);
-  setAllocator(previous);
+  std::size_t bytes = 0;
+  {
+    testutil::CountedBytes counted;
+    for (int i = 0; i < kRows / 2; ++i) index.removeRange(i, 1);
+    bytes = counted.bytes();
+  }
 
   EXPECT_EQ(index.size(), kRows / 2);
   EXPECT_EQ(index.row(0), 1u);
   EXPECT_EQ(index.row(kRows / 2 - 1), static_cast<uint32_t>(kRows - 1));
-  EXPECT_LT(counting.bytes, std::size_t{64} * kRows * sizeof(ViewIndex::Entry));
+  EXPECT_LT(bytes, std::size_t{64} * kRows * sizeof(ViewIndex::Entry));
 }
 
 }  // namespace
