@@ -21,6 +21,7 @@
 
 #include "record/CharClass.h"
 #include "record/dbrecord.h"
+#include "support/ReserveAtLeast.h"
 #include "support/StringUtils.h"
 
 namespace {
@@ -176,7 +177,7 @@ int dbrecord::read(TextFile& file) {
 void dbrecord::write_to(std::string& line) const {
   std::size_t estimate = 0;
   for (const LightweightString<char>& field : fields_) estimate += field.size() + 3;
-  line.reserve(line.size() + estimate + estimate / 16);
+  reserveAtLeast(line, line.size() + estimate + estimate / 16);
 
   bool first = true;
   for (const LightweightString<char>& field : fields_) {

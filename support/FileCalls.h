@@ -30,8 +30,6 @@ int retrying(Call call) {
   return result;
 }
 
-// A close that reports an error may be the first report of a lost transfer. EINTR still
-// closes on Linux, so it is not retried and not an error.
 // The buffers are standard vectors; their exhaustion surfaces as the library's exception.
 template <class Step>
 void or_bad_alloc(Step step) {
@@ -44,6 +42,8 @@ void or_bad_alloc(Step step) {
   }
 }
 
+// A close that reports an error may be the first report of a lost transfer. EINTR still
+// closes on Linux, so it is not retried and not an error.
 inline bool close_file(iFileSystem* fs, int fd) { return fs->close(fd) == 0 || errno == EINTR; }
 
 }  // namespace file_calls
