@@ -151,14 +151,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const int count = record.read(file);
     check(file.readCursor() == i + 1);
     check(count == expected.count);
-    const std::vector<std::string> got = fieldsOf(record);
-    check(got == expected.fields);
 
+    // Before any field string is made: a record may still hold its line, and the views, the
+    // blank test and the writer then work from that.
+    const std::size_t n = expected.fields.size();
+    check(record.get_num_fields() == n);
+    std::vector<std::string_view> views(n + 1);
+    check(record.fieldViews(views.data(), views.size()) == n);
+    bool blank = true;
+    for (std::size_t f = 0; f < n; ++f) {
+      check(views[f] == expected.fields[f]);
+      check(record.fieldView(static_cast<unsigned short>(f)) == expected.fields[f]);
+      blank = blank && expected.fields[f].empty();
+    }
+    check(record.fieldView(static_cast<unsigned short>(n)).empty());
+    check(record.is_blank() == blank);
     TextFile written;
     record.write(written);
     check(!record.changed());
     check(written.getNumLines() == 1);
     check(written.line(0) == referenceWrite(expected.fields));
+
+    const std::vector<std::string> got = fieldsOf(record);
+    check(got == expected.fields);
 
     // Clean fields come back exactly.
     std::vector<std::string> clean = cleaned(got);

@@ -43,13 +43,14 @@ constexpr std::size_t kPrimaryLabels = 6;
 
 dbrecord::dbrecord(unsigned short n) : fields_(n) {}
 
-dbrecord::dbrecord(const dbrecord& other) : Zr::InternalRefCount(), iVirtual(), iObject(), fields_(other.fields_) {}
+dbrecord::dbrecord(const dbrecord& other)
+    : Zr::InternalRefCount(), iVirtual(), iObject(), fields_(other.fields()) {}
 
 dbrecord::~dbrecord() = default;
 
 dbrecord& dbrecord::operator=(const dbrecord& other) {
   const unsigned short count = other.get_num_fields();
-  fields_.resize(count);
+  own_fields().resize(count);
   // Through set_field on purpose: callers rely on the copy losing leading white space and
   // marking this record (and its database) changed.
   for (unsigned short i = 0; i < count; ++i) {
@@ -59,23 +60,26 @@ dbrecord& dbrecord::operator=(const dbrecord& other) {
   return *this;
 }
 
-const char* dbrecord::get_field(unsigned short i) const noexcept {
-  return i < fields_.size() ? fields_[i].c_str() : nullptr;
+const char* dbrecord::get_field(unsigned short i) const {
+  if (i >= get_num_fields()) return nullptr;
+  return fields()[i].c_str();
 }
 
-const LightweightString<char>& dbrecord::getField(unsigned short i) const noexcept {
+const LightweightString<char>& dbrecord::getField(unsigned short i) const {
   static const LightweightString<char> kEmpty;
-  return i < fields_.size() ? fields_[i] : kEmpty;
+  if (i >= get_num_fields()) return kEmpty;
+  return fields()[i];
 }
 
 bool dbrecord::in_field(int i, char* dst, int len) {
   if (!in_range(i) || !dst || len < 0) return false;
-  std::strncpy(dst, fields_[static_cast<std::size_t>(i)].c_str(), static_cast<std::size_t>(len));
+  std::strncpy(dst, fields()[static_cast<std::size_t>(i)].c_str(), static_cast<std::size_t>(len));
   dst[len] = 0;
   return true;
 }
 
-bool dbrecord::is_blank() const noexcept {
+bool dbrecord::is_blank() const {
+  if (is_line()) return line_.length + 1 == 3u * line_.fields;  // nothing but "" fields
   for (const LightweightString<char>& field : fields_) {
     if (!field.empty()) return false;
   }
@@ -84,20 +88,24 @@ bool dbrecord::is_blank() const noexcept {
 
 bool dbrecord::set_field(int i, const char* text, bool trim) {
   if (!in_range(i)) return false;
-  LightweightString<char>& field = fields_[static_cast<std::size_t>(i)];
+  std::string_view value;
   if (text) {
     if (trim) {
       while (char_class::isAsciiSpace(*text)) ++text;
     }
-    if (*text) {
-      // A save stores every record's tag this way, mostly the text already there.
-      if (field.view() != std::string_view(text)) field = LightweightString<char>(text);
-      mark_changed();
-      return true;
+    value = text;
+  }
+  // A save stores every record's tag this way, mostly the text already there: that leaves
+  // the field string, or the line, as it is. Storing nothing still counts as a store: callers
+  // use it to flag a record as touched.
+  if (fieldView(static_cast<unsigned short>(i)) != value) {
+    LightweightString<char>& field = own_fields()[static_cast<std::size_t>(i)];
+    if (value.empty()) {
+      field.clear();
+    } else {
+      field = LightweightString<char>(value);
     }
   }
-  // Storing nothing still counts as a store: callers use it to flag a record as touched.
-  field.clear();
   mark_changed();
   return true;
 }
@@ -126,27 +134,35 @@ bool dbrecord::set_field(int i, bool value) {
 }
 
 bool dbrecord::setField(unsigned short i, const LightweightString<char>& s) {
-  if (i >= fields_.size()) return false;
-  LightweightString<char>& field = fields_[i];
-  if (field == s) return true;
-  field = s;
+  if (i >= get_num_fields()) return false;
+  if (fieldView(i) == s.view()) return true;
+  own_fields()[i] = s;
   mark_changed();
   return true;
 }
 
-void dbrecord::clear() noexcept {
+void dbrecord::clear() {
+  if (is_line()) {
+    const uint16_t count = line_.fields;
+    fields_.assign(count, LightweightString<char>());
+    line_ = PlainLine();
+    form_.store(kFields, std::memory_order_release);
+    return;
+  }
+  line_ = PlainLine();
   for (LightweightString<char>& field : fields_) field.clear();
 }
 
 void dbrecord::removeField(unsigned short i) {
-  if (i >= fields_.size()) return;
-  fields_.erase(fields_.begin() + i);
+  if (i >= get_num_fields()) return;
+  std::vector<LightweightString<char>>& fields = own_fields();
+  fields.erase(fields.begin() + i);
 }
 
 void dbrecord::resizeRecord(int n, int* fill, bool) {
   if (n < 0 || !fill) return;
   const std::size_t wanted = static_cast<std::size_t>(n);
-  fields_.resize(wanted < kMaxFields ? wanted : kMaxFields);
+  own_fields().resize(wanted < kMaxFields ? wanted : kMaxFields);
 }
 
 int dbrecord::update(configb* cfg) {
@@ -155,19 +171,20 @@ int dbrecord::update(configb* cfg) {
   const unsigned name_field = container_->get_fieldnum(LightweightString<char>("name"));
   if (name_field == static_cast<unsigned>(-1)) return 0;
 
+  const std::vector<LightweightString<char>>& fields = this->fields();
   strp_field value;
-  if (name_field < fields_.size()) value.set(fields_[name_field]);
+  if (name_field < fields.size()) value.set(fields[name_field]);
   cfg->set("slate/take", value);
   cfg->set("name", value);
 
   const std::size_t rows = all_reels ? std::size(kLabelKeys) : kPrimaryLabels;
   int exported = 0;
-  for (unsigned short i = 0; i < fields_.size(); ++i) {
+  for (unsigned short i = 0; i < fields.size(); ++i) {
     const char* column = container_->get_fieldname(i);
     if (!column) continue;
     for (std::size_t row = 0; row < rows; ++row) {
       if (strcasecmp(column, kLabelKeys[row].column) == 0) {
-        value.set(fields_[i]);
+        value.set(fields[i]);
         cfg->set(kLabelKeys[row].key, value);
         ++exported;
         break;

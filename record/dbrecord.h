@@ -12,11 +12,21 @@
 // 16-bit indices. An empty field is a null string and reads as "". Out-of-range indices never
 // fault: getters answer null, "" or a shared empty string, setters answer false.
 //
+// A record read from a plain line (every field quoted; no doubled quote, backslash, control
+// character or blank at a field's ends) keeps the line, shared with the text it came from, and
+// takes it apart only when a field string is asked for: most records of a big log are loaded,
+// sorted or searched on a few columns and written back, which fieldView and the writer do
+// from the line itself.
+//
 // Thread safety: the count and the field strings' counts are atomic, so records may be read
-// from several threads; changes need the caller's serialisation.
+// from several threads (the first reader of a field takes the line apart, the others wait for
+// it); changes need the caller's serialisation.
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/Config.h"
@@ -42,16 +52,24 @@ class KESTA_API dbrecord : public iObject {
   void set_container(kesta* container) noexcept { container_ = container; }
   kesta* get_container() const noexcept { return container_; }
 
-  unsigned short get_num_fields() const noexcept { return static_cast<unsigned short>(fields_.size()); }
+  unsigned short get_num_fields() const noexcept {
+    return form_.load(std::memory_order_acquire) == kFields ? static_cast<unsigned short>(fields_.size())
+                                                            : line_.fields;
+  }
   // The field's text; "" for an empty field; null when `i` is out of range.
-  const char* get_field(unsigned short i) const noexcept;
+  const char* get_field(unsigned short i) const;
   // The field's string; one shared, empty, never-changing string when `i` is out of range.
-  const LightweightString<char>& getField(unsigned short i) const noexcept;
+  const LightweightString<char>& getField(unsigned short i) const;
+  // The field's bytes, empty for an empty field or `i` out of range, without making the field
+  // string. Valid until the record is next changed (read, stored into or reshaped).
+  std::string_view fieldView(unsigned short i) const noexcept;
+  // fieldView of fields 0, 1, ... into out[0 .. max), in one pass; answers how many it set.
+  std::size_t fieldViews(std::string_view* out, std::size_t max) const noexcept;
   // False when `i` is out of range; else copies at most `len` bytes into `dst`, stores a zero
   // at dst[len] (REQUIRES: dst holds len + 1 bytes) and answers true.
   bool in_field(int i, char* dst, int len);
   // True when the record has no fields or every field is empty.
-  bool is_blank() const noexcept;
+  bool is_blank() const;
 
   // The main setter. False when `i` is out of range. Otherwise stores `text` (with leading
   // ASCII white space skipped when `trim`), or empties the field for null or empty text,
@@ -65,7 +83,7 @@ class KESTA_API dbrecord : public iObject {
   bool setField(unsigned short i, const LightweightString<char>& s);
 
   // Empties every field; the count stays. Does not mark changed.
-  void clear() noexcept;
+  void clear();
   // Removes field `i`, later fields move down. Nothing out of range. Does not mark changed.
   void removeField(unsigned short i);
   // Appends empty fields up to `n`, or drops fields from `n` on. Nothing when `n` is negative
@@ -93,11 +111,37 @@ class KESTA_API dbrecord : public iObject {
   void set_tag(unsigned char tag) noexcept { tag_ = tag; }
 
  private:
+  // The line of a record that has not been taken apart; see above.
+  struct PlainLine {
+    std::shared_ptr<const std::vector<char>> text;  // keeps `at` alive
+    const char* at = nullptr;
+    uint32_t length = 0;
+    uint16_t fields = 0;
+  };
+  // kLine: the fields are still in line_. kParsing: a reader is making fields_ from it.
+  // kFields: fields_ holds them (line_ may still hold the line, for readers that took a view).
+  enum Form : uint8_t { kFields, kLine, kParsing };
+
   void mark_changed() noexcept;
   bool in_range(int i) const noexcept { return i >= 0 && i < static_cast<int>(get_num_fields()); }
+  // The field strings, made from the line first if need be.
+  const std::vector<LightweightString<char>>& fields() const {
+    if (form_.load(std::memory_order_acquire) != kFields) take_apart();
+    return fields_;
+  }
+  // The same, for a change: the line is let go.
+  std::vector<LightweightString<char>>& own_fields() {
+    fields();
+    line_ = PlainLine();
+    return fields_;
+  }
+  void take_apart() const;
+  bool is_line() const noexcept { return form_.load(std::memory_order_acquire) != kFields; }
 
   kesta* container_ = nullptr;
-  std::vector<LightweightString<char>> fields_;
+  mutable std::vector<LightweightString<char>> fields_;
+  mutable PlainLine line_;
+  mutable std::atomic<uint8_t> form_{kFields};
   mutable uint8_t changed_ = 0;
   uint8_t tag_ = 0;
 };

@@ -7,12 +7,14 @@
 // carriage returns; the reader turns every backslash-n into a line feed, keeps a double
 // backslash as two bytes, and loses white space at both ends of a field.
 
+#include <algorithm>
 #include <bit>
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #if defined(__SSE2__)
@@ -132,13 +134,8 @@ std::size_t parse_field(const char*& p, const char* end, char* buffer) noexcept 
   return n;
 }
 
-}  // namespace
-
-int dbrecord::read(TextFile& file) {
-  fields_.clear();  // keeps the capacity: a database reads every line into a record of its width
-  const std::string_view line = file.takeLine();
-  if (isEssentiallyEmpty(line.data(), line.size())) return 0;
-
+// Replaces `fields` with the fields of `line`; answers the count read() answers.
+int parse_line(std::string_view line, std::vector<LightweightString<char>>& fields) {
   // Each field is parsed straight into its place in the record's one allocation. The
   // initial-exec model (a few bytes of static TLS, available even to a library opened at run
   // time) spares each line a call to find the thread's block.
@@ -167,14 +164,179 @@ int dbrecord::read(TextFile& file) {
     }
     if (p != end) ++p;  // the comma, or the byte at which a long field was cut
   }
-  if (fields_.capacity() < batch.size()) fields_.reserve(batch.size());
-  fields_.resize(batch.size());
-  batch.assign(fields_.data());
+  fields.clear();  // keeps the capacity: a database reads every line into a record of its width
+  if (fields.capacity() < batch.size()) fields.reserve(batch.size());
+  fields.resize(batch.size());
+  batch.assign(fields.data());
+  return count;
+}
+
+// The first byte in [p, end) that a plain field cannot hold (a double quote, a backslash or a
+// control character), or end.
+const char* find_unplain(const char* p, const char* end) noexcept {
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\'), del = _mm_set1_epi8(127);
+  const __m128i last_control = _mm_set1_epi8(31);
+  while (end - p >= 16) {
+    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i control = _mm_cmpeq_epi8(_mm_max_epu8(w, last_control), last_control);
+    const __m128i hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, quote), _mm_cmpeq_epi8(w, backslash)),
+                                      _mm_or_si128(_mm_cmpeq_epi8(w, del), control));
+    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
+    if (mask != 0) return p + std::countr_zero(mask);
+    p += 16;
+  }
+#endif
+  while (p != end && *p != '"' && *p != '\\' && !char_class::isControl(*p)) ++p;
+  return p;
+}
+
+// The number of fields of a plain line, 0 for any other. A plain line reads as exactly the
+// bytes between its quotes, and those bytes write back as the same line.
+uint16_t plain_fields(std::string_view line) noexcept {
+  const char* p = line.data();
+  const char* const end = p + line.size();
+  if (line.size() < 2 || *p != '"' || end[-1] != '"') return 0;
+  ++p;
+  std::size_t count = 0;
+  for (;;) {
+    const char* q = find_unplain(p, end);
+    if (q == end || *q != '"') return 0;
+    const std::size_t length = static_cast<std::size_t>(q - p);
+    // A field of kMaxFieldLength bytes fills the buffer, and its closing quote is then the
+    // byte at which it is cut.
+    if (length >= kMaxFieldLength || (length > 0 && (*p == ' ' || q[-1] == ' '))) return 0;
+    if (++count > kMaxFields) return 0;
+    if (q + 1 == end) return static_cast<uint16_t>(count);
+    // The next field's opening quote must have its closing one after it.
+    if (end - q < 4 || q[1] != ',' || q[2] != '"') return 0;
+    p = q + 3;
+  }
+}
+
+// Calls visit(at) for each double quote in [p, end), in order, until it answers false.
+template <class Visit>
+void each_quote(const char* p, const char* end, Visit visit) noexcept {
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"');
+  for (; end - p >= 16; p += 16) {
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), quote)));
+    for (; mask != 0; mask &= mask - 1) {
+      if (!visit(p + std::countr_zero(mask))) return;
+    }
+  }
+#endif
+  for (; p != end; ++p) {
+    if (*p == '"' && !visit(p)) return;
+  }
+}
+
+// Up to `max` fields of a plain line, in order; answers how many. Its quotes pair up as each
+// field's opening and closing ones.
+std::size_t plain_fields_of(const char* line, std::size_t length, std::string_view* out, std::size_t max) noexcept {
+  std::size_t n = 0;
+  const char* open = nullptr;
+  each_quote(line, line + length, [&](const char* at) {
+    if (!open) {
+      open = at;
+      return true;
+    }
+    out[n++] = std::string_view(open + 1, static_cast<std::size_t>(at - open - 1));
+    open = nullptr;
+    return n < max;
+  });
+  return n;
+}
+
+// The n-th double quote (from 0) in [p, end), or end.
+const char* nth_quote(const char* p, const char* end, std::size_t n) noexcept {
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"');
+  for (; end - p >= 16; p += 16) {
+    unsigned mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), quote)));
+    const auto count = static_cast<std::size_t>(std::popcount(mask));
+    if (n < count) {
+      for (; n > 0; --n) mask &= mask - 1;
+      return p + std::countr_zero(mask);
+    }
+    n -= count;
+  }
+#endif
+  for (; p != end; ++p) {
+    if (*p == '"' && n-- == 0) return p;
+  }
+  return end;
+}
+
+// Field i of a plain line of more than i fields: between quotes 2i and 2i + 1.
+std::string_view plain_field(const char* line, std::size_t length, unsigned short i) noexcept {
+  const char* const end = line + length;
+  const char* open = nth_quote(line, end, 2 * static_cast<std::size_t>(i));
+  const char* close = nth_quote(open + 1, end, 0);
+  return {open + 1, static_cast<std::size_t>(close - open - 1)};
+}
+
+}  // namespace
+
+int dbrecord::read(TextFile& file) {
+  line_ = PlainLine();
+  form_.store(kFields, std::memory_order_release);
+  const std::string_view line = file.takeLine();
+  if (isEssentiallyEmpty(line.data(), line.size())) {
+    fields_.clear();
+    return 0;
+  }
+  if (const uint16_t count = plain_fields(line)) {
+    line_ = PlainLine{file.shareBuffer(), line.data(), static_cast<uint32_t>(line.size()), count};
+    fields_.clear();
+    form_.store(kLine, std::memory_order_release);
+    mark_changed();
+    return count;
+  }
+  const int count = parse_line(line, fields_);
   mark_changed();
   return count;
 }
 
+void dbrecord::take_apart() const {
+  uint8_t expected = kLine;
+  if (form_.compare_exchange_strong(expected, kParsing, std::memory_order_acquire)) {
+    try {
+      parse_line(std::string_view(line_.at, line_.length), fields_);
+    } catch (...) {
+      form_.store(kLine, std::memory_order_release);
+      throw;
+    }
+    // The line stays: another reader may hold a view into it.
+    form_.store(kFields, std::memory_order_release);
+    return;
+  }
+  while (form_.load(std::memory_order_acquire) != kFields) std::this_thread::yield();
+}
+
+std::size_t dbrecord::fieldViews(std::string_view* out, std::size_t max) const noexcept {
+  if (form_.load(std::memory_order_acquire) != kFields) return plain_fields_of(line_.at, line_.length, out, max);
+  const std::size_t n = std::min(max, fields_.size());
+  for (std::size_t i = 0; i < n; ++i) out[i] = fields_[i].view();
+  return n;
+}
+
+std::string_view dbrecord::fieldView(unsigned short i) const noexcept {
+  if (form_.load(std::memory_order_acquire) == kFields) {
+    return i < fields_.size() ? fields_[i].view() : std::string_view();
+  }
+  return i < line_.fields ? plain_field(line_.at, line_.length, i) : std::string_view();
+}
+
 void dbrecord::write_to(std::string& line) const {
+  if (is_line()) {
+    // A plain line is what the writer would make of its fields.
+    line.append(line_.at, line_.length);
+    changed_ = 0;
+    return;
+  }
   std::size_t estimate = 0;
   for (const LightweightString<char>& field : fields_) estimate += field.size() + 3;
   reserveAtLeast(line, line.size() + estimate + estimate / 16);

@@ -33,7 +33,11 @@ constexpr std::size_t kMaxColumns = 0xFFFF;
 constexpr std::size_t kNameFieldLimit = 254;
 
 bool is_marker(const dbrecord& line) {
-  return line.get_num_fields() > 0 && strcasecmp(line.get_field(0), "KESTA") == 0;
+  if (line.get_num_fields() == 0) return false;
+  // The field's text ends at a zero byte, should it hold one.
+  std::string_view first = line.fieldView(0);
+  first = first.substr(0, first.find('\0'));
+  return first.size() == 5 && strncasecmp(first.data(), "KESTA", 5) == 0;
 }
 
 const char* skip_space(const char* text) {
@@ -107,13 +111,12 @@ struct ClearOnExit {
 // Each column's widest value over the full record list, in one pass.
 std::vector<unsigned> widest_values(const RecordList& records, std::size_t columns) {
   std::vector<unsigned> widest(columns, 0);
+  std::vector<std::string_view> values(columns);
   for (std::size_t row = 0; row < records.size(); ++row) {
     const dbrecord* record = records[row].get();
     if (!record) continue;
-    const std::size_t n = std::min<std::size_t>(columns, record->get_num_fields());
-    for (std::size_t f = 0; f < n; ++f) {
-      widest[f] = std::max(widest[f], record->getField(static_cast<unsigned short>(f)).size());
-    }
+    const std::size_t n = record->fieldViews(values.data(), columns);
+    for (std::size_t f = 0; f < n; ++f) widest[f] = std::max(widest[f], static_cast<unsigned>(values[f].size()));
   }
   return widest;
 }
@@ -145,11 +148,26 @@ class SaveUndo {
   SaveUndo(const RecordList& records, unsigned tag_column, int32_t& database_changed)
       : tag_column_(tag_column), database_changed_(database_changed), was_changed_(database_changed) {
     saved_.reserve(records.size());
+    // Tag texts are mostly "0" and "1": one string each serves every record that holds it, and
+    // a record kept as its line is not taken apart for it.
+    LightweightString<char> recent[2];
     for (std::size_t row = 0; row < records.size(); ++row) {
       const Zr::Ptr<dbrecord>& record = records[row];
       if (!record) continue;
-      saved_.push_back(Saved{record, has_tag(*record) ? record->getField(tag_index()) : LightweightString<char>(),
-                             record->changed()});
+      LightweightString<char> tag;
+      if (has_tag(*record)) {
+        const std::string_view text = record->fieldView(tag_index());
+        if (text == recent[0].view()) {
+          tag = recent[0];
+        } else if (text == recent[1].view()) {
+          tag = recent[1];
+        } else {
+          tag = LightweightString<char>(text);
+          recent[1] = std::move(recent[0]);
+          recent[0] = tag;
+        }
+      }
+      saved_.push_back(Saved{record, std::move(tag), record->changed()});
     }
   }
   ~SaveUndo() {
@@ -447,7 +465,9 @@ int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords) {
 
   int count = 0;
   for (;;) {
-    Zr::Ptr<dbrecord> record = newRecord();
+    // Not newRecord(): its empty fields would be dropped by the read at once.
+    Zr::Ptr<dbrecord> record(new dbrecord(0));
+    record->set_container(this);
     // A blank line ends the records as the end of the file does.
     if (record->read(lines.next()) == 0) return count;
     if (record->get_num_fields() != static_cast<uint16_t>(get_num_fields())) {

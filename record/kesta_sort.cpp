@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstring>
 #include <strings.h>
+#include <string_view>
 #include <vector>
 
 #include "record/kesta.h"
@@ -78,7 +79,7 @@ struct Prefix {
   bool exact = false;
   bool empty = false;
   bool leading_zeros = false;
-  const char* text = nullptr;
+  std::string_view text;
 
   int order(const Prefix& other) const noexcept {
     if (hi != other.hi) return hi < other.hi ? -1 : 1;
@@ -106,23 +107,24 @@ struct LowerTable {
   }
 };
 
-void case_folded(const char* s, const LowerTable& table, Prefix& prefix) {
+// The coders read a text as the comparators do, up to its first zero byte; `s` holds none.
+void case_folded(std::string_view s, const LowerTable& table, Prefix& prefix) {
   PrefixWriter w;
-  auto u = reinterpret_cast<const unsigned char*>(s);
-  while (*u && !w.full()) w.put(table.lower[*u++]);
-  prefix.exact = *u == 0;
+  std::size_t i = 0;
+  for (; i < s.size() && !w.full(); ++i) w.put(table.lower[static_cast<unsigned char>(s[i])]);
+  prefix.exact = i == s.size();
   w.finish(prefix);
 }
 
 // The first eight characters, then the frames part, as compare_timecodes reads them.
-void timecode_coded(const char* s, const LowerTable& table, Prefix& prefix) {
+void timecode_coded(std::string_view s, const LowerTable& table, Prefix& prefix) {
   PrefixWriter w;
-  auto u = reinterpret_cast<const unsigned char*>(s);
-  for (std::size_t i = 0; i < 8 && u[i]; ++i) w.put(table.lower[u[i]]);
+  for (std::size_t i = 0; i < 8 && i < s.size(); ++i) w.put(table.lower[static_cast<unsigned char>(s[i])]);
   w.n = 8;
-  auto f = reinterpret_cast<const unsigned char*>(frames_part(s));
-  while (*f && !w.full()) w.put(table.lower[*f++]);
-  prefix.exact = *f == 0;
+  // frames_part: from the tenth character on, nothing for a text of eight or fewer.
+  std::size_t f = s.size() <= 8 ? s.size() : 9;
+  for (; f < s.size() && !w.full(); ++f) w.put(table.lower[static_cast<unsigned char>(s[f])]);
+  prefix.exact = f == s.size();
   w.finish(prefix);
 }
 
@@ -132,11 +134,14 @@ bool is_digit(unsigned char c) { return c >= '0' && c <= '9'; }
 // digits - 1, which like any digit sorts against other bytes as the run's first digit does)
 // followed by its significant digits. A run of nine or more digits ends the prefix at its
 // count byte, which is then the highest.
-void natural_coded(const char* s, Prefix& prefix) {
+void natural_coded(std::string_view s, Prefix& prefix) {
   PrefixWriter w;
-  auto p = reinterpret_cast<const unsigned char*>(s);
+  // The text is followed by a stop that is not a digit, as a zero-terminated one would be.
+  auto p = reinterpret_cast<const unsigned char*>(s.data());
+  const auto end = p + s.size();
+  const auto digit = [end](const unsigned char* at) { return at < end && is_digit(*at); };
   bool exact = true;
-  while (*p) {
+  while (p < end) {
     if (w.full()) {
       exact = false;
       break;
@@ -146,10 +151,10 @@ void natural_coded(const char* s, Prefix& prefix) {
       continue;
     }
     const unsigned char* q = p;
-    while (*q == '0' && is_digit(q[1])) ++q;
+    while (*q == '0' && digit(q + 1)) ++q;
     if (q != p) prefix.leading_zeros = true;
     const unsigned char* e = q;
-    while (is_digit(*e)) ++e;
+    while (digit(e)) ++e;
     const std::size_t count = static_cast<std::size_t>(e - q);
     if (count >= 9) {
       w.put('9');
@@ -175,18 +180,35 @@ struct SortEntry {
   uint8_t rank = 0;
 };
 
-// Fills the entries for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort.
-void read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
+// A field's text as the comparators read it: up to its first zero byte. Taken from the
+// record's line where it still has one.
+std::string_view key_text(const dbrecord* record, unsigned short field) {
+  if (!record) return {};
+  const std::string_view text = record->fieldView(field);
+  return text.substr(0, text.find('\0'));
+}
+
+std::string_view skip_space(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && isascii(static_cast<unsigned char>(text[i])) && isspace(static_cast<unsigned char>(text[i])))
+    ++i;
+  return text.substr(i);
+}
+
+// Fills the entries for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort. Answers
+// whether the sort may call the comparators themselves.
+bool read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
                std::vector<SortEntry>& entries) {
   const LowerTable table;
   entries.resize(n);
   const int first_key = cmp_fields[0];
+  bool inexact = false;
   for (std::size_t i = 0; i < n; ++i) {
     SortEntry& entry = entries[i];
     entry.index = static_cast<uint32_t>(i);
     const dbrecord* record = records[i].get();
     if (ascending) {
-      if (first_key < 0 || record == nullptr || record->getField(static_cast<unsigned short>(first_key)).empty()) {
+      if (first_key < 0 || record == nullptr || record->fieldView(static_cast<unsigned short>(first_key)).empty()) {
         // Without keys there is nothing more to read either.
         entry.rank = is_blank(record) ? 2 : (first_key < 0 ? 0 : 1);
         continue;
@@ -196,16 +218,15 @@ void read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::s
       const auto field = static_cast<unsigned short>(cmp_fields[k]);
       Prefix& prefix = entry.keys[k];
       if (!ascending) {
-        const char* text = record ? record->get_field(field) : nullptr;
-        case_folded(text ? text : "", table, prefix);
+        case_folded(key_text(record, field), table, prefix);
+        inexact = inexact || !prefix.exact;
         continue;
       }
-      const LightweightString<char>& value = record->getField(field);
-      if (value.empty()) {
+      if (record->fieldView(field).empty()) {
         prefix.empty = true;
         break;  // the comparison ends here
       }
-      const char* text = skip_space(value.c_str());
+      const std::string_view text = skip_space(key_text(record, field));
       prefix.text = text;
       if (cmp_fields[k] == g_timecode_key) {
         timecode_coded(text, table, prefix);
@@ -214,8 +235,10 @@ void read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::s
       } else {
         natural_coded(text, prefix);
       }
+      inexact = inexact || !prefix.exact;
     }
   }
+  return inexact;
 }
 
 // The sign of dbr_cmp(a, b), from the prefixes where they settle it.
@@ -231,7 +254,7 @@ int ascending_order(const SortEntry& a, const SortEntry& b, std::size_t key_coun
     if (!pa.exact || !pb.exact) return dbr_cmp(&records[a.index], &records[b.index]);
     if (pa.leading_zeros || pb.leading_zeros) {
       // Level by value; strxcmp lets the bytes decide.
-      if (int r = std::strcmp(pa.text, pb.text)) return r < 0 ? -1 : 1;
+      if (int r = pa.text.compare(pb.text)) return r < 0 ? -1 : 1;
     }
   }
   return more_keys ? dbr_cmp(&records[a.index], &records[b.index]) : 0;
@@ -256,7 +279,13 @@ void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
   const bool more_keys = keys > key_count;
 
   std::vector<SortEntry> entries;
-  read_keys(records, n, ascending, key_count, entries);
+  if (read_keys(records, n, ascending, key_count, entries) || more_keys) {
+    // The comparators read field strings: made now, so that no comparison allocates (and
+    // throws) half-way through the sort. The views taken above stay valid.
+    for (std::size_t i = 0; i < n; ++i) {
+      if (records[i] && records[i]->get_num_fields() > 0) (void)records[i]->getField(0);
+    }
+  }
   if (ascending) {
     std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
       return ascending_order(a, b, key_count, more_keys, records) < 0;

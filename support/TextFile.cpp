@@ -44,9 +44,22 @@ TextFile::TextFile() = default;
 TextFile::~TextFile() = default;
 
 void TextFile::clear() noexcept {
-  buffer_.clear();
+  if (buffer_ && buffer_.use_count() == 1) {
+    buffer_->clear();  // its room serves the next load or block
+  } else {
+    buffer_.reset();
+  }
   lines_.clear();
   cursor_ = 0;
+}
+
+std::vector<char>& TextFile::own_buffer(bool keep) {
+  if (!buffer_) {
+    buffer_ = std::make_shared<std::vector<char>>();
+  } else if (buffer_.use_count() != 1) {
+    buffer_ = keep ? std::make_shared<std::vector<char>>(*buffer_) : std::make_shared<std::vector<char>>();
+  }
+  return *buffer_;
 }
 
 bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool keepCR) {
@@ -60,13 +73,14 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
   uint64_t size = 0;
   int64_t got = -1;
   if (retrying([&] { return fs->fileSize(fd, size); }) == 0) {
+    std::vector<char>* buffer = nullptr;
     try {
-      or_bad_alloc([&] { buffer_.resize(size); });
+      or_bad_alloc([&] { buffer = &own_buffer(false); buffer->resize(size); });
     } catch (...) {
       fs->close(fd);
       throw;
     }
-    got = read_all(fs, fd, buffer_.data(), size);
+    got = read_all(fs, fd, buffer->data(), size);
   }
   // Callers rely on a load that either read the whole file or failed: an error reported at
   // close counts as an error of the read.
@@ -75,15 +89,15 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
     clear();
     return false;
   }
-  buffer_.resize(static_cast<uint64_t>(got));  // the file shrank while we read it
+  buffer_->resize(static_cast<uint64_t>(got));  // the file shrank while we read it
 
   index_lines(separator, keepCR);
   return true;
 }
 
 void TextFile::index_lines(char separator, bool keepCR) {
-  const char* data = buffer_.data();
-  const uint64_t n = buffer_.size();
+  const char* data = buffer_ ? buffer_->data() : nullptr;
+  const uint64_t n = bufferSize();
   // Counted once, so that a whole file's index takes no more room than it needs; a reader's
   // later blocks reuse the room the first one made.
   if (lines_.capacity() == 0) {
@@ -106,17 +120,19 @@ LightweightString<char> TextFile::operator[](unsigned i) const {
 }
 
 void TextFile::appendLine(std::string_view text) {
-  uint64_t start = buffer_.size();
-  const char* base = buffer_.data();
-  std::less<const char*> before;
   or_bad_alloc([&] {
+    // A shared buffer is copied first; its holders keep it, and so the text, alive.
+    std::vector<char>& buffer = own_buffer(true);
+    const uint64_t start = buffer.size();
+    const char* base = buffer.data();
+    std::less<const char*> before;
     if (!text.empty() && !before(text.data(), base) && before(text.data(), base + start)) {
       // The text is one of our own lines: growing the buffer would move it.
       std::size_t offset = static_cast<std::size_t>(text.data() - base);
-      buffer_.resize(start + text.size());
-      std::memmove(buffer_.data() + start, buffer_.data() + offset, text.size());
+      buffer.resize(start + text.size());
+      std::memmove(buffer.data() + start, buffer.data() + offset, text.size());
     } else {
-      buffer_.insert(buffer_.end(), text.begin(), text.end());
+      buffer.insert(buffer.end(), text.begin(), text.end());
     }
     lines_.push_back(Span{start, static_cast<uint32_t>(text.size())});
   });

@@ -26,6 +26,7 @@
 // Thread safety: none; one thread at a time. Loading and saving do not touch other objects.
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -55,8 +56,11 @@ class KESTA_SUPPORT_API TextFile {
   std::string_view line(unsigned i) const noexcept {
     if (i >= lines_.size()) return {};
     const Span& s = lines_[i];
-    return {buffer_.data() + s.start, s.length};
+    return {buffer_->data() + s.start, s.length};
   }
+  // The bytes every line() points into. While a holder keeps them, this file never changes
+  // them: it changes a copy instead, so a line taken from it stays valid in the holder's hands.
+  std::shared_ptr<const std::vector<char>> shareBuffer() const noexcept { return buffer_; }
 
   void appendLine(const LightweightString<char>& text) { appendLine(text.view()); }
   void appendLine(std::string_view text);
@@ -71,18 +75,21 @@ class KESTA_SUPPORT_API TextFile {
   std::string_view takeLine() noexcept { return line(cursor_++); }
 
   // Bytes held by the line buffer; for memory accounting.
-  std::size_t bufferSize() const noexcept { return buffer_.size(); }
+  std::size_t bufferSize() const noexcept { return buffer_ ? buffer_->size() : 0; }
 
  private:
   friend class TextFileReader;  // fills the buffer a block at a time
   // Splits the whole buffer into lines as load does.
   void index_lines(char separator, bool keepCR);
+  // The buffer, this file's alone: a shared one is left to its holders for a copy of its
+  // bytes (`keep`) or for an empty one.
+  std::vector<char>& own_buffer(bool keep);
 
   struct Span {
     uint64_t start;
     uint32_t length;
   };
-  std::vector<char> buffer_;
+  std::shared_ptr<std::vector<char>> buffer_;
   std::vector<Span> lines_;
   unsigned cursor_ = 0;
 };

@@ -50,8 +50,12 @@ void TextFileReader::fail() noexcept {
 bool TextFileReader::next(TextFile& lines) {
   lines.clear();
   if (!ok_ || (at_end_ && carry_.empty())) return false;
-  std::vector<char>& buffer = lines.buffer_;
-  or_bad_alloc([&] { buffer.assign(carry_.begin(), carry_.end()); });
+  std::vector<char>* block = nullptr;
+  or_bad_alloc([&] {
+    block = &lines.own_buffer(false);
+    block->assign(carry_.begin(), carry_.end());
+  });
+  std::vector<char>& buffer = *block;
   carry_.clear();
 
   std::size_t searched = buffer.size();  // the carried start of a line holds no separator

@@ -73,7 +73,7 @@ void warn_replaced_tags(kesta& db, const std::string& path) {
   for (unsigned r = 0; r < rows; ++r) {
     const Zr::Ptr<dbrecord> record = db.get_record(r);
     if (!record) continue;
-    std::string_view text = record->getField(static_cast<unsigned short>(tag_field)).view();
+    std::string_view text = record->fieldView(static_cast<unsigned short>(tag_field));
     if (text.find_first_not_of("0123456789") == std::string_view::npos) continue;
     if (replaced++ == 0) first = "record " + std::to_string(r + 1) + " held " + inQuotes(text);
   }

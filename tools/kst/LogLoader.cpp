@@ -243,10 +243,12 @@ void tagsFromTagColumn(kesta& db) {
   const unsigned field = db.get_fieldnum("Tag");
   if (field == kNone) return;
   const unsigned rows = db.get_num_records();
+  std::string text;
   for (unsigned r = 0; r < rows; ++r) {
     const Zr::Ptr<dbrecord> record = db.get_record(r);
-    const char* text = record ? record->get_field(static_cast<unsigned short>(field)) : nullptr;
-    db.set_tag(r, text && *text && std::strtol(text, nullptr, 10) != 0 ? 1 : 0);
+    // The view keeps the record whole; strtol wants the text ended.
+    text.assign(record ? record->fieldView(static_cast<unsigned short>(field)) : std::string_view());
+    db.set_tag(r, !text.empty() && std::strtol(text.c_str(), nullptr, 10) != 0 ? 1 : 0);
   }
 }
 
