@@ -63,6 +63,8 @@ class KESTA_API dbrecord : public iObject {
   // The field's bytes, empty for an empty field or `i` out of range, without making the field
   // string. Valid until the record is next changed (read, stored into or reshaped).
   std::string_view fieldView(unsigned short i) const noexcept;
+  // True while the record keeps its line and has made no field strings from it.
+  bool heldAsLine() const noexcept { return form_.load(std::memory_order_acquire) == kLine; }
   // fieldView of fields 0, 1, ... into out[0 .. max), in one pass; answers how many it set.
   std::size_t fieldViews(std::string_view* out, std::size_t max) const noexcept;
   // False when `i` is out of range; else copies at most `len` bytes into `dst`, stores a zero

@@ -66,6 +66,8 @@ Zr::Ptr<dbrecord> kesta::get_record(unsigned row) const {
 LightweightString<char> kesta::getField(unsigned row, unsigned field) const {
   Zr::Ptr<dbrecord> record = get_record(row);
   if (!record || field >= record->get_num_fields()) return LightweightString<char>();
+  // One string for the one field, rather than every field's string made to share it.
+  if (record->heldAsLine()) return LightweightString<char>(record->fieldView(static_cast<unsigned short>(field)));
   return record->getField(static_cast<unsigned short>(field));
 }
 

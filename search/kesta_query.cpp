@@ -44,6 +44,20 @@ LightweightString<char> calendar_text(const LightweightString<char>& stored) {
   return LightweightString<char>(text);
 }
 
+// A field's text as a C string reads: up to its first zero byte.
+std::string_view c_text(std::string_view field) { return field.substr(0, field.find('\0')); }
+
+// strncmp(text, q, n), for a text without a zero byte.
+int compare_leading(std::string_view text, const char* q, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) {
+    const auto a = static_cast<unsigned char>(i < text.size() ? text[i] : '\0');
+    const auto b = static_cast<unsigned char>(q[i]);
+    if (a != b) return a < b ? -1 : 1;
+    if (a == 0) return 0;
+  }
+  return 0;
+}
+
 }  // namespace
 
 void kesta::set_query(dbrecord* query) {
@@ -69,18 +83,19 @@ bool kesta::matchField(const dbrecord* record, unsigned short field, const TextS
   if (record == nullptr) return false;
   unsigned opts = match_options_ != 0 ? TextSearch::kCaseSensitive : 0u;
   DBFieldTypes::eType type = field < fields_.size() ? fields_[field].type : DBFieldTypes::kNone;
-  const LightweightString<char>& text = record->getField(field);
   switch (type) {
     case DBFieldTypes::kTimecodeS: {
-      LightweightString<char> punctuated = time_def(text.c_str(), kLabelTimecode).get_punctuated_str();
+      LightweightString<char> punctuated =
+          time_def(record->getField(field).c_str(), kLabelTimecode).get_punctuated_str();
       return TextSearch::match(punctuated, criteria, opts | TextSearch::kTimecode);
     }
     case DBFieldTypes::kTimecode:
-      return TextSearch::match(text, criteria, opts | TextSearch::kTimecode);
+      // Read from the record's line where it still has one: a search takes no record apart.
+      return TextSearch::matchView(record->fieldView(field), criteria, opts | TextSearch::kTimecode);
     case DBFieldTypes::kDosDate:
-      return TextSearch::match(calendar_text(text), criteria, opts);
+      return TextSearch::match(calendar_text(record->getField(field)), criteria, opts);
     default:
-      return TextSearch::match(text, criteria, opts);
+      return TextSearch::matchView(record->fieldView(field), criteria, opts);
   }
 }
 
@@ -108,20 +123,20 @@ bool kesta::found_in_special_label_field(const dbrecord* record, int field) cons
 
   unsigned start_field = get_fieldnum(*start_name);
   if (start_field == kNoField || record == nullptr) return false;
-  const char* start = record->getField(static_cast<unsigned short>(start_field)).c_str();
-  if (*start == '\0') return false;
+  const std::string_view start = c_text(record->fieldView(static_cast<unsigned short>(start_field)));
+  if (start.empty()) return false;
   if (query.empty()) return true;
 
   const char* q = query.c_str();
   std::size_t length = query.size();
-  if (std::strncmp(start, q, length) == 0) return true;
+  if (compare_leading(start, q, length) == 0) return true;
 
   unsigned end_field = get_fieldnum(*end_name);
   if (end_field == kNoField) return false;
-  const char* end = record->getField(static_cast<unsigned short>(end_field)).c_str();
-  if (*end == '\0') return false;
-  if (std::strncmp(q, start, length) < 0) return false;
-  return std::strncmp(q, end, length) <= 0;
+  const std::string_view end = c_text(record->fieldView(static_cast<unsigned short>(end_field)));
+  if (end.empty()) return false;
+  if (compare_leading(start, q, length) > 0) return false;
+  return compare_leading(end, q, length) >= 0;
 }
 
 int kesta::match_record(const Zr::Ptr<dbrecord>& record) const {

@@ -108,8 +108,12 @@ const Criterion& Criteria::getCriterion(unsigned short i) const noexcept {
 }
 
 bool match(const LightweightString<char>& text, const Criteria& criteria, unsigned options) {
+  return matchView(text.view(), criteria, options);
+}
+
+bool matchView(std::string_view text, const Criteria& criteria, unsigned options) {
   const Scan scan{(options & kCaseSensitive) != 0, (options & kTimecode) != 0};
-  const char* t = text.c_str();
+  const char* t = text.data();
   const char* te = t + text.size();
   for (unsigned short i = 0, n = criteria.size(); i < n; ++i) {
     const Criterion& c = criteria.getCriterion(i);

@@ -14,6 +14,7 @@
 //
 // Thread safety: values; match is reentrant.
 
+#include <string_view>
 #include <vector>
 
 #include "support/LightweightString.h"
@@ -52,6 +53,8 @@ class KESTA_SUPPORT_API Criteria {
 };
 
 KESTA_SUPPORT_API bool match(const LightweightString<char>& text, const Criteria& criteria, unsigned options);
+// The same for the bytes of a view (a field read straight from its record's line).
+KESTA_SUPPORT_API bool matchView(std::string_view text, const Criteria& criteria, unsigned options);
 
 }  // namespace TextSearch
 

@@ -27,6 +27,31 @@ Zr::Ptr<Db> makeDb(const std::vector<DBFieldDesc>& fields, const Rows& rows) {
   return db;
 }
 
+// Writes each record out and reads it back in place, so that the records of plain lines keep
+// their line, as loaded ones do. False, with nothing read back, when some value would not come
+// back the same (blanks at its ends, a carriage return ...). Changed marks end up set.
+inline bool holdAsLines(kesta& db) {
+  std::vector<Zr::Ptr<dbrecord>> records;
+  TextFile lines;
+  for (unsigned r = 0; r < db.get_num_records(); ++r) {
+    Zr::Ptr<dbrecord> record = db.get_record(r);
+    if (!record) continue;
+    record->write(lines);
+    records.push_back(record);
+  }
+  Zr::Ptr<dbrecord> back(new dbrecord(0));
+  for (const Zr::Ptr<dbrecord>& record : records) {
+    back->read(lines);
+    if (back->get_num_fields() != record->get_num_fields()) return false;
+    for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
+      if (back->fieldView(f) != record->fieldView(f)) return false;
+    }
+  }
+  lines.setReadCursor(0);
+  for (const Zr::Ptr<dbrecord>& record : records) record->read(lines);
+  return true;
+}
+
 // Column `field` read row by row through the record source (visible rows only).
 inline std::vector<std::string> columnOf(iKST& db, unsigned field) {
   std::vector<std::string> out;

@@ -55,8 +55,7 @@ std::string randomTimecode(std::mt19937& rng) {
   return text;
 }
 
-// With `as_lines`, each record is written out and read back, so that the plain ones hold their
-// line rather than field strings, as loaded records do.
+// With `as_lines`, the records hold their lines, as loaded ones do.
 Zr::Ptr<kesta> randomDb(std::mt19937& rng, unsigned rows, bool as_lines) {
   Rows table;
   for (unsigned r = 0; r < rows; ++r) {
@@ -70,9 +69,13 @@ Zr::Ptr<kesta> randomDb(std::mt19937& rng, unsigned rows, bool as_lines) {
   }
   Zr::Ptr<kesta> db = makeDb(kFields, table);
   if (as_lines) {
-    TextFile lines;
-    for (unsigned r = 0; r < rows; ++r) db->get_record(r)->write(lines);
-    for (unsigned r = 0; r < rows; ++r) db->get_record(r)->read(lines);
+    // Values with blanks at their ends do not come back: those go through the line first.
+    for (unsigned r = 0; r < rows; ++r) {
+      TextFile line;
+      db->get_record(r)->write(line);
+      db->get_record(r)->read(line);
+    }
+    EXPECT_TRUE(storetest::holdAsLines(*db));
   }
   db->insert_records(static_cast<unsigned>(rng() % rows), 3);  // entries holding no record
   return db;

@@ -36,11 +36,20 @@ std::vector<TextSearch::Criteria> criteriaList(const Strings& texts) {
   return list;
 }
 
-// Names of the rows that match_record accepts.
-Strings matching(kesta& db) {
+Strings matchingRows(kesta& db) {
   Strings out;
   for (unsigned r = 0; r < db.get_num_records(); ++r) {
     if (db.match_record(static_cast<int>(r)) == 1) out.emplace_back(db.getField(r, 0).c_str());
+  }
+  return out;
+}
+
+// Names of the rows that match_record accepts; the same whether the records hold field
+// strings or, as loaded ones do, their lines.
+Strings matching(kesta& db) {
+  const Strings out = matchingRows(db);
+  if (storetest::holdAsLines(db)) {
+    EXPECT_EQ(matchingRows(db), out) << "with the records held as lines";
   }
   return out;
 }
