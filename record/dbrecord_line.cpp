@@ -249,14 +249,28 @@ std::size_t plain_fields_of(const char* line, std::size_t length, std::string_vi
   return n;
 }
 
+#if defined(__SSE2__)
+// Bits set for the double quotes among the 16 bytes at p.
+unsigned quote_mask(const char* p) noexcept {
+  return static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), _mm_set1_epi8('"'))));
+}
+
+// Without a popcnt instruction in the baseline, std::popcount is a library call.
+unsigned bits_in(unsigned mask16) noexcept {
+  unsigned x = mask16 - ((mask16 >> 1) & 0x5555u);
+  x = (x & 0x3333u) + ((x >> 2) & 0x3333u);
+  x = (x + (x >> 4)) & 0x0F0Fu;
+  return (x + (x >> 8)) & 0x1Fu;
+}
+#endif
+
 // The n-th double quote (from 0) in [p, end), or end.
 const char* nth_quote(const char* p, const char* end, std::size_t n) noexcept {
 #if defined(__SSE2__)
-  const __m128i quote = _mm_set1_epi8('"');
   for (; end - p >= 16; p += 16) {
-    unsigned mask = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), quote)));
-    const auto count = static_cast<std::size_t>(std::popcount(mask));
+    unsigned mask = quote_mask(p);
+    const std::size_t count = bits_in(mask);
     if (n < count) {
       for (; n > 0; --n) mask &= mask - 1;
       return p + std::countr_zero(mask);
@@ -270,11 +284,39 @@ const char* nth_quote(const char* p, const char* end, std::size_t n) noexcept {
   return end;
 }
 
-// Field i of a plain line of more than i fields: between quotes 2i and 2i + 1.
-std::string_view plain_field(const char* line, std::size_t length, unsigned short i) noexcept {
+// The n-th double quote (from 0) counting back from the end of [begin, end), or begin.
+const char* nth_quote_back(const char* begin, const char* end, std::size_t n) noexcept {
+#if defined(__SSE2__)
+  for (; end - begin >= 16; end -= 16) {
+    unsigned mask = quote_mask(end - 16);
+    const std::size_t count = bits_in(mask);
+    if (n < count) {
+      for (; n > 0; --n) mask &= ~(0x8000u >> std::countl_zero(static_cast<uint16_t>(mask)));
+      return end - 16 + (15 - std::countl_zero(static_cast<uint16_t>(mask)));
+    }
+    n -= count;
+  }
+#endif
+  while (end != begin) {
+    --end;
+    if (*end == '"' && n-- == 0) return end;
+  }
+  return begin;
+}
+
+// Field i of a plain line of `fields` fields (i < fields): between quotes 2i and 2i + 1, found
+// from whichever end of the line is nearer.
+std::string_view plain_field(const char* line, std::size_t length, unsigned short fields, unsigned short i) noexcept {
   const char* const end = line + length;
-  const char* open = nth_quote(line, end, 2 * static_cast<std::size_t>(i));
-  const char* close = nth_quote(open + 1, end, 0);
+  const char* open;
+  const char* close;
+  if (2u * i < fields) {
+    open = nth_quote(line, end, 2 * static_cast<std::size_t>(i));
+    close = nth_quote(open + 1, end, 0);
+  } else {
+    close = nth_quote_back(line, end, 2 * static_cast<std::size_t>(fields - 1 - i));
+    open = nth_quote_back(line, close, 0);
+  }
   return {open + 1, static_cast<std::size_t>(close - open - 1)};
 }
 
@@ -327,7 +369,7 @@ std::string_view dbrecord::fieldView(unsigned short i) const noexcept {
   if (form_.load(std::memory_order_acquire) == kFields) {
     return i < fields_.size() ? fields_[i].view() : std::string_view();
   }
-  return i < line_.fields ? plain_field(line_.at, line_.length, i) : std::string_view();
+  return i < line_.fields ? plain_field(line_.at, line_.length, line_.fields, i) : std::string_view();
 }
 
 void dbrecord::write_to(std::string& line) const {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -301,6 +302,26 @@ TEST(TextFile, AppendingItsOwnLines) {
   for (unsigned i = 0; i < file.getNumLines(); ++i) ASSERT_EQ(file.line(i), "take 1") << i;
   file.appendLine(std::string_view());
   EXPECT_EQ(file.getNumLines(), 202u);
+}
+
+// A line handed out with the buffer stays as it was whatever the file does next.
+TEST(TextFile, ALentBufferNeverChanges) {
+  TextFile file;
+  file.appendLine("\"take 1\"");
+  std::shared_ptr<const std::vector<char>> lent = file.shareBuffer();
+  const std::string_view first = file.line(0);
+  for (int i = 0; i < 100; ++i) file.appendLine(file.line(0));  // grows a copy
+  EXPECT_EQ(first, "\"take 1\"");
+  EXPECT_EQ(std::string_view(lent->data(), lent->size()), "\"take 1\"");
+  EXPECT_EQ(file.line(100), "\"take 1\"");
+
+  lent = file.shareBuffer();
+  const std::string_view last = file.line(100);
+  file.clear();
+  file.appendLine("other");
+  EXPECT_EQ(last, "\"take 1\"");
+  EXPECT_EQ(file.line(0), "other");
+  EXPECT_EQ(file.getNumLines(), 1u);
 }
 
 TEST(TextFile, ShortTransfersAndInterruptedCalls) {

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -113,6 +114,44 @@ TEST(SharedReading, EightThreadsCopyAndReleaseHandlesOnSharedRecords) {
   for (unsigned row = 0; row < shared.records.size(); ++row) {
     EXPECT_EQ(shared.records[row].useCount(), record_counts[row]) << "record " << row;
     EXPECT_EQ(shared.names[row].shareCount(), name_counts[row]) << "name " << row;
+  }
+}
+
+// Loaded records hold their lines until a field string is asked for; threads that ask at once
+// must each get the fields, made once, while other threads read views of the same line.
+TEST(SharedReading, RecordsHeldAsLinesAreTakenApartOnceWhoeverAsks) {
+  const LightweightString<wchar_t> path = testutil::wide(testutil::example("dailies.kst"));
+  Zr::Ptr<kesta> reference(new kesta(path, 0x7fffffff, false));
+  std::vector<std::vector<std::string>> expected;
+  for (unsigned row = 0; row < reference->get_num_records(); ++row) {
+    Zr::Ptr<dbrecord> record = reference->get_record(row);
+    std::vector<std::string> fields;
+    for (unsigned short f = 0; f < record->get_num_fields(); ++f) fields.emplace_back(record->get_field(f));
+    expected.push_back(fields);
+  }
+  for (int round = 0; round < 4; ++round) {
+    Zr::Ptr<kesta> db(new kesta(path, 0x7fffffff, false));
+    ASSERT_EQ(db->get_num_records(), expected.size());
+    unsigned held = 0;
+    for (unsigned row = 0; row < db->get_num_records(); ++row) held += db->get_record(row)->heldAsLine();
+    ASSERT_GT(held, expected.size() / 2) << "the example's records should mostly be plain lines";
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        for (unsigned i = 0; i < expected.size(); ++i) {
+          const unsigned row = (i + static_cast<unsigned>(t) * 5u) % static_cast<unsigned>(expected.size());
+          Zr::Ptr<dbrecord> record = db->get_record(row);
+          for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
+            // Odd threads look at views first, even ones make the strings.
+            const std::string got = t % 2 ? std::string(record->fieldView(f)) : std::string(record->get_field(f));
+            if (got != expected[row][f] || record->getField(f).view() != expected[row][f]) ++mismatches;
+          }
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
   }
 }
 
