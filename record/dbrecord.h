@@ -63,6 +63,9 @@ class KESTA_API dbrecord : public iObject {
   // The field's bytes, empty for an empty field or `i` out of range, without making the field
   // string. Valid until the record is next changed (read, stored into or reshaped).
   std::string_view fieldView(unsigned short i) const noexcept;
+  // The field's string as getField answers it; for a record that keeps its line, a string
+  // of its own made for this call, so that the record is not taken apart for one field.
+  LightweightString<char> fieldValue(unsigned short i) const;
   // True while the record keeps its line and has made no field strings from it.
   bool heldAsLine() const noexcept { return form_.load(std::memory_order_acquire) == kLine; }
   // fieldView of fields 0, 1, ... into out[0 .. max), in one pass; answers how many it set.

@@ -358,6 +358,11 @@ void dbrecord::take_apart() const {
   while (form_.load(std::memory_order_acquire) != kFields) std::this_thread::yield();
 }
 
+LightweightString<char> dbrecord::fieldValue(unsigned short i) const {
+  if (heldAsLine()) return LightweightString<char>(fieldView(i));
+  return getField(i);
+}
+
 std::size_t dbrecord::fieldViews(std::string_view* out, std::size_t max) const noexcept {
   if (form_.load(std::memory_order_acquire) != kFields) return plain_fields_of(line_.at, line_.length, out, max);
   const std::size_t n = std::min(max, fields_.size());

@@ -73,7 +73,7 @@ unsigned kesta::get_fieldsize(unsigned field) const {
   for (std::size_t row = 0; row < all.size(); ++row) {
     const dbrecord* record = all[row].get();
     if (!record || field >= record->get_num_fields()) continue;
-    unsigned length = record->getField(static_cast<unsigned short>(field)).size();
+    const auto length = static_cast<unsigned>(record->fieldView(static_cast<unsigned short>(field)).size());
     if (length > widest) widest = length;
   }
   return widest;

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "record/CharClass.h"
+#include "record/FieldText.h"
 #include "record/KestaRevision.h"
 #include "record/kesta.h"
 #include "support/Log.h"
@@ -34,9 +35,7 @@ constexpr std::size_t kNameFieldLimit = 254;
 
 bool is_marker(const dbrecord& line) {
   if (line.get_num_fields() == 0) return false;
-  // The field's text ends at a zero byte, should it hold one.
-  std::string_view first = line.fieldView(0);
-  first = first.substr(0, first.find('\0'));
+  const std::string_view first = c_text(line.fieldView(0));
   return first.size() == 5 && strncasecmp(first.data(), "KESTA", 5) == 0;
 }
 

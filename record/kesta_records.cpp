@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "record/FieldText.h"
 #include "record/kesta.h"
 #include "support/Notifier.h"
 
@@ -66,9 +67,7 @@ Zr::Ptr<dbrecord> kesta::get_record(unsigned row) const {
 LightweightString<char> kesta::getField(unsigned row, unsigned field) const {
   Zr::Ptr<dbrecord> record = get_record(row);
   if (!record || field >= record->get_num_fields()) return LightweightString<char>();
-  // One string for the one field, rather than every field's string made to share it.
-  if (record->heldAsLine()) return LightweightString<char>(record->fieldView(static_cast<unsigned short>(field)));
-  return record->getField(static_cast<unsigned short>(field));
+  return record->fieldValue(static_cast<unsigned short>(field));
 }
 
 void kesta::insert_records(unsigned at, unsigned count) {
@@ -202,11 +201,14 @@ int kesta::findFirst(const char* field, const char* value, int length) {
     if (row >= records_.size()) break;
     const dbrecord* record = records_[row].get();
     if (!record) continue;
-    const char* text = record->get_field(static_cast<unsigned short>(column));
-    if (!text) text = "";
-    const int difference =
-        length != 0 ? std::strncmp(text, value, static_cast<std::size_t>(length)) : std::strcmp(text, value);
-    if (difference == 0) return static_cast<int>(row);
+    // As strncmp (or strcmp) with the value answers 0, without taking the record apart.
+    std::string_view text = c_text(record->fieldView(static_cast<unsigned short>(column)));
+    std::string_view wanted(value);
+    if (length != 0) {
+      text = text.substr(0, static_cast<std::size_t>(length));
+      wanted = wanted.substr(0, static_cast<std::size_t>(length));
+    }
+    if (text == wanted) return static_cast<int>(row);
   }
   return -1;
 }

@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "record/FieldText.h"
 #include "record/kesta.h"
 #include "support/StringUtils.h"
 
@@ -183,9 +184,7 @@ struct SortEntry {
 // A field's text as the comparators read it: up to its first zero byte. Taken from the
 // record's line where it still has one.
 std::string_view key_text(const dbrecord* record, unsigned short field) {
-  if (!record) return {};
-  const std::string_view text = record->fieldView(field);
-  return text.substr(0, text.find('\0'));
+  return record ? c_text(record->fieldView(field)) : std::string_view();
 }
 
 std::string_view skip_space(std::string_view text) {

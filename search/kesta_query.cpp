@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "record/FieldTables.h"
+#include "record/FieldText.h"
 #include "record/kesta.h"
 #include "support/StringUtils.h"
 #include "support/TimeDef.h"
@@ -43,9 +44,6 @@ LightweightString<char> calendar_text(const LightweightString<char>& stored) {
   if (ctime_r(&seconds, text) == nullptr) return LightweightString<char>();
   return LightweightString<char>(text);
 }
-
-// A field's text as a C string reads: up to its first zero byte.
-std::string_view c_text(std::string_view field) { return field.substr(0, field.find('\0')); }
 
 // strncmp(text, q, n), for a text without a zero byte.
 int compare_leading(std::string_view text, const char* q, std::size_t n) {

@@ -35,7 +35,7 @@ Zr::Ptr<dbrecord> KSTViewRep::make_dummy_record() { return db_ ? db_->make_dummy
 LightweightString<char> KSTViewRep::getField(unsigned row, unsigned field) const {
   const dbrecord* record = (*this)[static_cast<int>(row)];
   if (!record) return {};
-  return record->getField(static_cast<unsigned short>(field));
+  return record->fieldValue(static_cast<unsigned short>(field));
 }
 
 const char* KSTViewRep::get_fieldname(unsigned field) const {

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <vector>
 
+#include "record/FieldText.h"
 #include "support/SystemWatchdog.h"
 #include "view/KSTViewRep.h"
 
@@ -79,15 +81,18 @@ int KSTViewRep::tagMatches(int keep) {
 
 int KSTViewRep::tagDuplicatesOrdered(int field) {
   if (index_.size() < 2) return 0;
+  // Read from the records' lines where they still have them, as strcasecmp reads texts.
   const auto text = [&](int row) {
     const dbrecord* record = (*this)[row];
-    const char* value = record ? record->get_field(static_cast<unsigned short>(field)) : nullptr;
-    return value ? value : "";
+    return record ? c_text(record->fieldView(static_cast<unsigned short>(field))) : std::string_view();
+  };
+  const auto same = [](std::string_view a, std::string_view b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
   };
   int anchor = 0;
   int tagged = 0;
   for (int j = 1; j < index_.size(); ++j) {
-    if (strcasecmp(text(anchor), text(j)) != 0) {
+    if (!same(text(anchor), text(j))) {
       anchor = j;
     } else {
       set_tag(static_cast<unsigned>(j), 1);
