@@ -122,6 +122,9 @@ class KESTA_API dbrecord : public iObject {
     const char* at = nullptr;
     uint32_t length = 0;
     uint16_t fields = 0;
+    // Where each field's text starts in the line, so that a field is found at once; none
+    // for a line too long for 16-bit offsets, whose fields are found by counting quotes.
+    std::unique_ptr<uint16_t[]> starts;
   };
   // kLine: the fields are still in line_. kParsing: a reader is making fields_ from it.
   // kFields: fields_ holds them (line_ may still hold the line, for readers that took a view).

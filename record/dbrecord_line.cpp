@@ -12,6 +12,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -193,13 +194,18 @@ const char* find_unplain(const char* p, const char* end) noexcept {
 
 // The number of fields of a plain line, 0 for any other. A plain line reads as exactly the
 // bytes between its quotes, and those bytes write back as the same line.
-uint16_t plain_fields(std::string_view line) noexcept {
+// Each field's start goes to `starts` (cleared first) when the line is short enough for
+// 16-bit offsets.
+uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
+  starts.clear();
   const char* p = line.data();
   const char* const end = p + line.size();
   if (line.size() < 2 || *p != '"' || end[-1] != '"') return 0;
+  const bool offsets = line.size() <= UINT16_MAX;
   ++p;
   std::size_t count = 0;
   for (;;) {
+    if (offsets) starts.push_back(static_cast<uint16_t>(p - line.data()));
     const char* q = find_unplain(p, end);
     if (q == end || *q != '"') return 0;
     const std::size_t length = static_cast<std::size_t>(q - p);
@@ -330,8 +336,14 @@ int dbrecord::read(TextFile& file) {
     fields_.clear();
     return 0;
   }
-  if (const uint16_t count = plain_fields(line)) {
-    line_ = PlainLine{file.shareBuffer(), line.data(), static_cast<uint32_t>(line.size()), count};
+  [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> starts;
+  if (const uint16_t count = plain_fields(line, starts)) {
+    std::unique_ptr<uint16_t[]> kept;
+    if (!starts.empty()) {
+      kept.reset(new uint16_t[count]);
+      std::memcpy(kept.get(), starts.data(), count * sizeof(uint16_t));
+    }
+    line_ = PlainLine{file.shareBuffer(), line.data(), static_cast<uint32_t>(line.size()), count, std::move(kept)};
     fields_.clear();
     form_.store(kLine, std::memory_order_release);
     mark_changed();
@@ -374,7 +386,14 @@ std::string_view dbrecord::fieldView(unsigned short i) const noexcept {
   if (form_.load(std::memory_order_acquire) == kFields) {
     return i < fields_.size() ? fields_[i].view() : std::string_view();
   }
-  return i < line_.fields ? plain_field(line_.at, line_.length, line_.fields, i) : std::string_view();
+  if (i >= line_.fields) return {};
+  if (const uint16_t* starts = line_.starts.get()) {
+    // A field ends three bytes before the next one starts ("," between), the last one a byte
+    // before the line does.
+    const std::size_t end = i + 1u < line_.fields ? starts[i + 1] - 3u : line_.length - 1u;
+    return {line_.at + starts[i], end - starts[i]};
+  }
+  return plain_field(line_.at, line_.length, line_.fields, i);
 }
 
 void dbrecord::write_to(std::string& line) const {
