@@ -53,11 +53,11 @@ void TextFile::clear() noexcept {
   cursor_ = 0;
 }
 
-std::vector<char>& TextFile::own_buffer(bool keep) {
+TextFile::Bytes& TextFile::own_buffer(bool keep) {
   if (!buffer_) {
-    buffer_ = std::make_shared<std::vector<char>>();
+    buffer_ = std::make_shared<Bytes>();
   } else if (buffer_.use_count() != 1) {
-    buffer_ = keep ? std::make_shared<std::vector<char>>(*buffer_) : std::make_shared<std::vector<char>>();
+    buffer_ = keep ? std::make_shared<Bytes>(*buffer_) : std::make_shared<Bytes>();
   }
   return *buffer_;
 }
@@ -73,7 +73,7 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
   uint64_t size = 0;
   int64_t got = -1;
   if (retrying([&] { return fs->fileSize(fd, size); }) == 0) {
-    std::vector<char>* buffer = nullptr;
+    Bytes* buffer = nullptr;
     try {
       or_bad_alloc([&] { buffer = &own_buffer(false); buffer->resize(size); });
     } catch (...) {
@@ -122,7 +122,7 @@ LightweightString<char> TextFile::operator[](unsigned i) const {
 void TextFile::appendLine(std::string_view text) {
   or_bad_alloc([&] {
     // A shared buffer is copied first; its holders keep it, and so the text, alive.
-    std::vector<char>& buffer = own_buffer(true);
+    Bytes& buffer = own_buffer(true);
     const uint64_t start = buffer.size();
     const char* base = buffer.data();
     std::less<const char*> before;

@@ -28,12 +28,35 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/LightweightString.h"
 
 class KESTA_SUPPORT_API TextFile {
  public:
+  // The buffer's bytes are not zeroed as it grows: each is read or copied into before use,
+  // and zeroing a big file's worth would cost a tenth of its load.
+  template <class T>
+  struct UnzeroedAllocator : std::allocator<T> {
+    template <class U>
+    struct rebind {
+      using other = UnzeroedAllocator<U>;
+    };
+    UnzeroedAllocator() noexcept = default;
+    template <class U>
+    UnzeroedAllocator(const UnzeroedAllocator<U>&) noexcept {}
+    template <class U>
+    void construct(U* at) noexcept {
+      ::new (static_cast<void*>(at)) U;
+    }
+    template <class U, class... Args>
+    void construct(U* at, Args&&... args) {
+      ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
+    }
+  };
+  using Bytes = std::vector<char, UnzeroedAllocator<char>>;
+
   // 1 ends every line with a line feed (what the library's files use). 2 ends lines with a
   // carriage return and line feed.
   enum eEOLStyle { kEOLNone = 0, kEOL_LF = 1, kEOL_CRLF = 2 };
@@ -60,7 +83,7 @@ class KESTA_SUPPORT_API TextFile {
   }
   // The bytes every line() points into. While a holder keeps them, this file never changes
   // them: it changes a copy instead, so a line taken from it stays valid in the holder's hands.
-  std::shared_ptr<const std::vector<char>> shareBuffer() const noexcept { return buffer_; }
+  std::shared_ptr<const Bytes> shareBuffer() const noexcept { return buffer_; }
 
   void appendLine(const LightweightString<char>& text) { appendLine(text.view()); }
   void appendLine(std::string_view text);
@@ -83,13 +106,13 @@ class KESTA_SUPPORT_API TextFile {
   void index_lines(char separator, bool keepCR);
   // The buffer, this file's alone: a shared one is left to its holders for a copy of its
   // bytes (`keep`) or for an empty one.
-  std::vector<char>& own_buffer(bool keep);
+  Bytes& own_buffer(bool keep);
 
   struct Span {
     uint64_t start;
     uint32_t length;
   };
-  std::shared_ptr<std::vector<char>> buffer_;
+  std::shared_ptr<Bytes> buffer_;
   std::vector<Span> lines_;
   unsigned cursor_ = 0;
 };

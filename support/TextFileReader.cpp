@@ -50,12 +50,12 @@ void TextFileReader::fail() noexcept {
 bool TextFileReader::next(TextFile& lines) {
   lines.clear();
   if (!ok_ || (at_end_ && carry_.empty())) return false;
-  std::vector<char>* block = nullptr;
+  TextFile::Bytes* block = nullptr;
   or_bad_alloc([&] {
     block = &lines.own_buffer(false);
     block->assign(carry_.begin(), carry_.end());
   });
-  std::vector<char>& buffer = *block;
+  TextFile::Bytes& buffer = *block;
   carry_.clear();
 
   std::size_t searched = buffer.size();  // the carried start of a line holds no separator

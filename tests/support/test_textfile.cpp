@@ -308,7 +308,7 @@ TEST(TextFile, AppendingItsOwnLines) {
 TEST(TextFile, ALentBufferNeverChanges) {
   TextFile file;
   file.appendLine("\"take 1\"");
-  std::shared_ptr<const std::vector<char>> lent = file.shareBuffer();
+  std::shared_ptr<const TextFile::Bytes> lent = file.shareBuffer();
   const std::string_view first = file.line(0);
   for (int i = 0; i < 100; ++i) file.appendLine(file.line(0));  // grows a copy
   EXPECT_EQ(first, "\"take 1\"");
