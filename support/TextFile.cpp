@@ -4,12 +4,14 @@
 #include "support/TextFile.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <new>
 
 #include "support/FileCalls.h"
 #include "support/StringUtils.h"
@@ -38,6 +40,28 @@ int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
 }
 
 }  // namespace
+
+namespace {
+constexpr std::size_t kLargePage = std::size_t{2} << 20;
+}  // namespace
+
+void* TextFile::allocateBytes(std::size_t size) {
+  if (size < kLargePage) return ::operator new(size);
+  void* at = ::operator new(size, std::align_val_t{kLargePage});
+#if defined(MADV_HUGEPAGE)
+  // Advice only: without large pages the buffer works the same.
+  ::madvise(at, size & ~(kLargePage - 1), MADV_HUGEPAGE);
+#endif
+  return at;
+}
+
+void TextFile::releaseBytes(void* at, std::size_t size) noexcept {
+  if (size < kLargePage) {
+    ::operator delete(at);
+  } else {
+    ::operator delete(at, std::align_val_t{kLargePage});
+  }
+}
 
 TextFile::TextFile() = default;
 

@@ -54,8 +54,14 @@ class KESTA_SUPPORT_API TextFile {
     void construct(U* at, Args&&... args) {
       ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
     }
+    // Big buffers come in large pages where the system offers them: a fault per 4 KB page of
+    // a big file costs more than reading it.
+    T* allocate(std::size_t n) { return static_cast<T*>(allocateBytes(n * sizeof(T))); }
+    void deallocate(T* at, std::size_t n) noexcept { releaseBytes(at, n * sizeof(T)); }
   };
   using Bytes = std::vector<char, UnzeroedAllocator<char>>;
+  static void* allocateBytes(std::size_t size);
+  static void releaseBytes(void* at, std::size_t size) noexcept;
 
   // 1 ends every line with a line feed (what the library's files use). 2 ends lines with a
   // carriage return and line feed.

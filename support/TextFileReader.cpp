@@ -63,8 +63,11 @@ bool TextFileReader::next(TextFile& lines) {
     // No bigger than what is left of the file (a little over, to meet its end in the same
     // round): a small log must not cost a whole block of zeroed memory.
     const uint64_t left = size_ > read_ ? size_ - read_ : 0;
-    const std::size_t want = left + kOverRead < block_ ? static_cast<std::size_t>(left) + kOverRead : block_;
     const std::size_t have = buffer.size();
+    // The carried line and the new bytes fill one block exactly, which the buffer's
+    // allocator can then map in large pages without a stray part-used one.
+    const std::size_t room = have < block_ ? block_ - have : block_;
+    const std::size_t want = left + kOverRead < room ? static_cast<std::size_t>(left) + kOverRead : room;
     or_bad_alloc([&] { buffer.resize(have + want); });
     std::size_t got = 0;
     while (got < want) {
