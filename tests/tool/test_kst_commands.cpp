@@ -201,6 +201,16 @@ TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
   EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1", "0"}));
 }
 
+// A record is tagged when its Tag text reads as a non-zero number, as strtol reads it.
+TEST_F(KstCommands, TagTextsThatReadAsNonZeroNumbersTagTheirRecords) {
+  const std::string file = put("tags.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"},
+                                                   {{"n1", "007"}, {"n2", "00"}, {"n3", "-1"}, {"n4", "0x1"},
+                                                    {"n5", "\t2"}, {"n6", "+0"}, {"n7", "12 takes"}, {"n8", ""}}));
+  Result r = kst({"show", file, "--tagged", "--columns", "Name", "--format", "csv"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "Name\r\nn1\r\nn3\r\nn5\r\nn7\r\n");
+}
+
 TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
   std::string file =
       put("reels.kst",

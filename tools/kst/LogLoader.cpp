@@ -239,16 +239,24 @@ Zr::Ptr<kesta> loadLog(const std::string& path) {
   return db;
 }
 
+bool nonzeroNumber(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    if (text[i] != '0') return true;
+  }
+  return false;
+}
+
 void tagsFromTagColumn(kesta& db) {
   const unsigned field = db.get_fieldnum("Tag");
   if (field == kNone) return;
   const unsigned rows = db.get_num_records();
-  std::string text;
   for (unsigned r = 0; r < rows; ++r) {
     const Zr::Ptr<dbrecord> record = db.get_record(r);
-    // The view keeps the record whole; strtol wants the text ended.
-    text.assign(record ? record->fieldView(static_cast<unsigned short>(field)) : std::string_view());
-    db.set_tag(r, !text.empty() && std::strtol(text.c_str(), nullptr, 10) != 0 ? 1 : 0);
+    // The record was reached through the same row: storing on it is what set_tag(r) does.
+    if (record) record->set_tag(nonzeroNumber(record->fieldView(static_cast<unsigned short>(field))) ? 1 : 0);
   }
 }
 

@@ -13,6 +13,7 @@
 #include <kesta/kesta.h>
 
 #include <string>
+#include <string_view>
 
 namespace kst {
 
@@ -28,6 +29,10 @@ void requireReadable(const std::string& path);
 // of different lengths, or has record lines the library did not read (a wrong field count, or
 // lines after a blank line).
 Zr::Ptr<kesta> loadLog(const std::string& path);
+
+// Whether strtol(text, nullptr, 10) is non-zero: blanks, a sign, then a run of digits not all
+// zero. Reads a view, so that a record that keeps its line stays whole.
+bool nonzeroNumber(std::string_view text);
 
 // Sets every record's tag from the "Tag" column: tagged where the text is a non-zero number.
 // Nothing changes when the log has no such column.
