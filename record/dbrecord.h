@@ -144,6 +144,8 @@ class KESTA_API dbrecord : public iObject {
     return fields_;
   }
   void take_apart() const;
+  // Field i of the line, found through its starts. REQUIRES: line_.starts, i < line_.fields.
+  std::string_view line_field(unsigned short i) const noexcept;
   bool is_line() const noexcept { return form_.load(std::memory_order_acquire) != kFields; }
 
   kesta* container_ = nullptr;

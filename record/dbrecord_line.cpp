@@ -376,10 +376,23 @@ LightweightString<char> dbrecord::fieldValue(unsigned short i) const {
 }
 
 std::size_t dbrecord::fieldViews(std::string_view* out, std::size_t max) const noexcept {
-  if (form_.load(std::memory_order_acquire) != kFields) return plain_fields_of(line_.at, line_.length, out, max);
+  if (form_.load(std::memory_order_acquire) != kFields) {
+    if (!line_.starts) return plain_fields_of(line_.at, line_.length, out, max);
+    const std::size_t n = std::min<std::size_t>(max, line_.fields);
+    for (std::size_t i = 0; i < n; ++i) out[i] = line_field(static_cast<unsigned short>(i));
+    return n;
+  }
   const std::size_t n = std::min(max, fields_.size());
   for (std::size_t i = 0; i < n; ++i) out[i] = fields_[i].view();
   return n;
+}
+
+std::string_view dbrecord::line_field(unsigned short i) const noexcept {
+  const uint16_t* starts = line_.starts.get();
+  // A field ends three bytes before the next one starts ("," between), the last one a byte
+  // before the line does.
+  const std::size_t end = i + 1u < line_.fields ? starts[i + 1] - 3u : line_.length - 1u;
+  return {line_.at + starts[i], end - starts[i]};
 }
 
 std::string_view dbrecord::fieldView(unsigned short i) const noexcept {
@@ -387,12 +400,7 @@ std::string_view dbrecord::fieldView(unsigned short i) const noexcept {
     return i < fields_.size() ? fields_[i].view() : std::string_view();
   }
   if (i >= line_.fields) return {};
-  if (const uint16_t* starts = line_.starts.get()) {
-    // A field ends three bytes before the next one starts ("," between), the last one a byte
-    // before the line does.
-    const std::size_t end = i + 1u < line_.fields ? starts[i + 1] - 3u : line_.length - 1u;
-    return {line_.at + starts[i], end - starts[i]};
-  }
+  if (line_.starts) return line_field(i);
   return plain_field(line_.at, line_.length, line_.fields, i);
 }
 
