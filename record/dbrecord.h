@@ -66,6 +66,9 @@ class KESTA_API dbrecord : public iObject {
   // The field's string as getField answers it; for a record that keeps its line, a string
   // of its own made for this call, so that the record is not taken apart for one field.
   LightweightString<char> fieldValue(unsigned short i) const;
+  // Makes the field strings now and lets the line go, as a store would: for callers about to
+  // read every field of many records, which would otherwise hold both.
+  void takeApart() { own_fields(); }
   // True while the record keeps its line and has made no field strings from it.
   bool heldAsLine() const noexcept { return form_.load(std::memory_order_acquire) == kLine; }
   // fieldView of fields 0, 1, ... into out[0 .. max), in one pass; answers how many it set.

@@ -280,10 +280,11 @@ void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
   std::vector<SortEntry> entries;
   if (read_keys(records, n, ascending, key_count, entries) || more_keys) {
     // The comparators read field strings: made now, so that no comparison allocates (and
-    // throws) half-way through the sort. The views taken above stay valid.
+    // throws) half-way through the sort. The prefixes' views must then be taken again.
     for (std::size_t i = 0; i < n; ++i) {
-      if (records[i] && records[i]->get_num_fields() > 0) (void)records[i]->getField(0);
+      if (records[i]) records[i]->takeApart();
     }
+    read_keys(records, n, ascending, key_count, entries);
   }
   if (ascending) {
     std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {

@@ -87,7 +87,7 @@ int KSTViewRep::tagDuplicatesOrdered(int field) {
     return record ? c_text(record->fieldView(static_cast<unsigned short>(field))) : std::string_view();
   };
   const auto same = [](std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+    return a.size() == b.size() && (a.empty() || strncasecmp(a.data(), b.data(), a.size()) == 0);
   };
   int anchor = 0;
   int tagged = 0;
@@ -161,6 +161,7 @@ void KSTViewRep::sort(int field, int order) {
   std::vector<ViewIndex::Entry> entries = index_.entries();
   // A record still held as its line makes its field strings on the first comparison; made
   // here, so that no comparison allocates: an exception cannot pass through qsort.
+  // Not takeApart: a view sort changes no record, and other threads may be reading them.
   for (const ViewIndex::Entry& entry : entries) {
     const Zr::Ptr<dbrecord> record = source->get_record(entry.row);
     if (record && record->get_num_fields() > 0) (void)record->getField(0);
