@@ -1,8 +1,10 @@
 // Whole-database operations on a generated log of 17 columns at 10,000, 100,000 and 1,000,000
 // records: sorting on two keys both ways, tagging by a substring query and by a time-code range,
 // tagging distinct reels, and deleting every third record (one deletion call and one
-// "recordsDeleted" message per tagged run). Each benchmark reports its growth with the record
-// count.
+// "recordsDeleted" message per tagged run). Each runs on three forms of the same records:
+// strings shared between records as generated, lines as a loaded log's records hold them, and
+// each record's own strings as a loaded record holds once taken apart. Each benchmark reports
+// its growth with the record count; benchmarks after a sort see the records out of memory order.
 
 #include <benchmark/benchmark.h>
 
@@ -11,6 +13,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "record/kesta.h"
@@ -102,12 +105,27 @@ Zr::Ptr<BenchKesta> generate(unsigned records) {
   return db;
 }
 
-// One generated log per size, kept for the whole run; benchmarks that change the order shuffle
-// it again outside the timed part.
-BenchKesta& logOf(unsigned records) {
-  static std::map<unsigned, Zr::Ptr<BenchKesta>> cache;
-  Zr::Ptr<BenchKesta>& slot = cache[records];
-  if (!slot) slot = generate(records);
+// How the records hold their fields: as generated (strings shared between records), as loaded
+// (each record keeps its line), or taken apart after loading (each record its own strings).
+enum Form : int64_t { kShared, kLines, kOwnStrings };
+
+// One generated log per size and form, kept for the whole run; benchmarks that change the order
+// shuffle it again outside the timed part.
+BenchKesta& logOf(const benchmark::State& state) {
+  const auto records = static_cast<unsigned>(state.range(0));
+  const auto form = static_cast<Form>(state.range(1));
+  static std::map<std::pair<unsigned, Form>, Zr::Ptr<BenchKesta>> cache;
+  Zr::Ptr<BenchKesta>& slot = cache[{records, form}];
+  if (slot) return *slot;
+  slot = generate(records);
+  if (form != kShared) {
+    TextFile text;
+    for (unsigned r = 0; r < records; ++r) slot->get_record(r)->write(text);
+    for (unsigned r = 0; r < records; ++r) {
+      slot->get_record(r)->read(text);
+      if (form == kOwnStrings) slot->get_record(r)->takeApart();
+    }
+  }
   return *slot;
 }
 
@@ -119,7 +137,7 @@ void setQueryText(kesta& db, unsigned column, const char* text) {
 
 void sortBench(benchmark::State& state, int direction) {
   const unsigned n = static_cast<unsigned>(state.range(0));
-  BenchKesta& db = logOf(n);
+  BenchKesta& db = logOf(state);
   std::mt19937 rng(7);
   int keys[] = {kReel, kStart, -1};
   for (auto _ : state) {
@@ -137,7 +155,7 @@ void BM_SortTwoKeysDescending(benchmark::State& state) { sortBench(state, -1); }
 
 void tagBench(benchmark::State& state, unsigned column, const char* query) {
   const unsigned n = static_cast<unsigned>(state.range(0));
-  BenchKesta& db = logOf(n);
+  BenchKesta& db = logOf(state);
   setQueryText(db, column, query);
   int matched = 0;
   for (auto _ : state) {
@@ -154,7 +172,7 @@ void BM_TagMatchingTimecodeRange(benchmark::State& state) { tagBench(state, kEnd
 
 void BM_TagAllDifferentReel(benchmark::State& state) {
   const unsigned n = static_cast<unsigned>(state.range(0));
-  BenchKesta& db = logOf(n);
+  BenchKesta& db = logOf(state);
   std::mt19937 rng(11);
   int tagged = 0;
   for (auto _ : state) {
@@ -182,7 +200,7 @@ class DeletionCounter {
 
 void BM_DeleteEveryThirdRecord(benchmark::State& state) {
   const unsigned n = static_cast<unsigned>(state.range(0));
-  const BenchKesta& source = logOf(n);
+  const BenchKesta& source = logOf(state);
   const int deleted_type = NotifyMsgTypeDictionary::instance().intern("recordsDeleted");
   unsigned deleted = 0;
   DeletionCounter counter;
@@ -203,8 +221,14 @@ void BM_DeleteEveryThirdRecord(benchmark::State& state) {
   state.SetComplexityN(n);
 }
 
-#define KESTA_STORE_BENCH(name) \
-  BENCHMARK(name)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->Complexity()
+// Each operation on each form of record (args: records, form), each form with its own growth fit.
+#define KESTA_STORE_FORM(name, form, label)                                                       \
+  BENCHMARK(name)->Name(#name "/" label)->Args({10000, form})->Args({100000, form})->Args({1000000, form}) \
+      ->Unit(benchmark::kMillisecond)->Complexity()
+#define KESTA_STORE_BENCH(name)                  \
+  KESTA_STORE_FORM(name, kShared, "shared");    \
+  KESTA_STORE_FORM(name, kLines, "lines");      \
+  KESTA_STORE_FORM(name, kOwnStrings, "own-strings")
 
 KESTA_STORE_BENCH(BM_SortTwoKeysAscending);
 KESTA_STORE_BENCH(BM_SortTwoKeysDescending);
