@@ -125,8 +125,7 @@ class KESTA_API dbrecord : public iObject {
     const char* at = nullptr;
     uint32_t length = 0;
     uint16_t fields = 0;
-    // Where each field's text starts in the line, so that a field is found at once; none
-    // for a line too long for 16-bit offsets, whose fields are found by counting quotes.
+    // Where each field's text starts in the line, so that a field is found at once.
     std::unique_ptr<uint16_t[]> starts;
   };
   // kLine: the fields are still in line_. kParsing: a reader is making fields_ from it.
@@ -147,7 +146,7 @@ class KESTA_API dbrecord : public iObject {
     return fields_;
   }
   void take_apart() const;
-  // Field i of the line, found through its starts. REQUIRES: line_.starts, i < line_.fields.
+  // Field i of the line. REQUIRES: the record holds its line, i < line_.fields.
   std::string_view line_field(unsigned short i) const noexcept;
   bool is_line() const noexcept { return form_.load(std::memory_order_acquire) != kFields; }
 

@@ -192,20 +192,19 @@ const char* find_unplain(const char* p, const char* end) noexcept {
   return p;
 }
 
-// The number of fields of a plain line, 0 for any other. A plain line reads as exactly the
-// bytes between its quotes, and those bytes write back as the same line.
-// Each field's start goes to `starts` (cleared first) when the line is short enough for
-// 16-bit offsets.
+// The number of fields of a plain line, 0 for any other, with each field's start in `starts`.
+// A plain line reads as exactly the bytes between its quotes, and those bytes write back as
+// the same line. A line too long for 16-bit starts is not taken as plain: such lines are rare
+// enough to be read into field strings at once.
 uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
   starts.clear();
   const char* p = line.data();
   const char* const end = p + line.size();
-  if (line.size() < 2 || *p != '"' || end[-1] != '"') return 0;
-  const bool offsets = line.size() <= UINT16_MAX;
+  if (line.size() < 2 || line.size() > UINT16_MAX || *p != '"' || end[-1] != '"') return 0;
   ++p;
   std::size_t count = 0;
   for (;;) {
-    if (offsets) starts.push_back(static_cast<uint16_t>(p - line.data()));
+    starts.push_back(static_cast<uint16_t>(p - line.data()));
     const char* q = find_unplain(p, end);
     if (q == end || *q != '"') return 0;
     const std::size_t length = static_cast<std::size_t>(q - p);
@@ -220,112 +219,6 @@ uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
   }
 }
 
-// Calls visit(at) for each double quote in [p, end), in order, until it answers false.
-template <class Visit>
-void each_quote(const char* p, const char* end, Visit visit) noexcept {
-#if defined(__SSE2__)
-  const __m128i quote = _mm_set1_epi8('"');
-  for (; end - p >= 16; p += 16) {
-    unsigned mask = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), quote)));
-    for (; mask != 0; mask &= mask - 1) {
-      if (!visit(p + std::countr_zero(mask))) return;
-    }
-  }
-#endif
-  for (; p != end; ++p) {
-    if (*p == '"' && !visit(p)) return;
-  }
-}
-
-// Up to `max` fields of a plain line, in order; answers how many. Its quotes pair up as each
-// field's opening and closing ones.
-std::size_t plain_fields_of(const char* line, std::size_t length, std::string_view* out, std::size_t max) noexcept {
-  std::size_t n = 0;
-  const char* open = nullptr;
-  each_quote(line, line + length, [&](const char* at) {
-    if (!open) {
-      open = at;
-      return true;
-    }
-    out[n++] = std::string_view(open + 1, static_cast<std::size_t>(at - open - 1));
-    open = nullptr;
-    return n < max;
-  });
-  return n;
-}
-
-#if defined(__SSE2__)
-// Bits set for the double quotes among the 16 bytes at p.
-unsigned quote_mask(const char* p) noexcept {
-  return static_cast<unsigned>(
-      _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), _mm_set1_epi8('"'))));
-}
-
-// Without a popcnt instruction in the baseline, std::popcount is a library call.
-unsigned bits_in(unsigned mask16) noexcept {
-  unsigned x = mask16 - ((mask16 >> 1) & 0x5555u);
-  x = (x & 0x3333u) + ((x >> 2) & 0x3333u);
-  x = (x + (x >> 4)) & 0x0F0Fu;
-  return (x + (x >> 8)) & 0x1Fu;
-}
-#endif
-
-// The n-th double quote (from 0) in [p, end), or end.
-const char* nth_quote(const char* p, const char* end, std::size_t n) noexcept {
-#if defined(__SSE2__)
-  for (; end - p >= 16; p += 16) {
-    unsigned mask = quote_mask(p);
-    const std::size_t count = bits_in(mask);
-    if (n < count) {
-      for (; n > 0; --n) mask &= mask - 1;
-      return p + std::countr_zero(mask);
-    }
-    n -= count;
-  }
-#endif
-  for (; p != end; ++p) {
-    if (*p == '"' && n-- == 0) return p;
-  }
-  return end;
-}
-
-// The n-th double quote (from 0) counting back from the end of [begin, end), or begin.
-const char* nth_quote_back(const char* begin, const char* end, std::size_t n) noexcept {
-#if defined(__SSE2__)
-  for (; end - begin >= 16; end -= 16) {
-    unsigned mask = quote_mask(end - 16);
-    const std::size_t count = bits_in(mask);
-    if (n < count) {
-      for (; n > 0; --n) mask &= ~(0x8000u >> std::countl_zero(static_cast<uint16_t>(mask)));
-      return end - 16 + (15 - std::countl_zero(static_cast<uint16_t>(mask)));
-    }
-    n -= count;
-  }
-#endif
-  while (end != begin) {
-    --end;
-    if (*end == '"' && n-- == 0) return end;
-  }
-  return begin;
-}
-
-// Field i of a plain line of `fields` fields (i < fields): between quotes 2i and 2i + 1, found
-// from whichever end of the line is nearer.
-std::string_view plain_field(const char* line, std::size_t length, unsigned short fields, unsigned short i) noexcept {
-  const char* const end = line + length;
-  const char* open;
-  const char* close;
-  if (2u * i < fields) {
-    open = nth_quote(line, end, 2 * static_cast<std::size_t>(i));
-    close = nth_quote(open + 1, end, 0);
-  } else {
-    close = nth_quote_back(line, end, 2 * static_cast<std::size_t>(fields - 1 - i));
-    open = nth_quote_back(line, close, 0);
-  }
-  return {open + 1, static_cast<std::size_t>(close - open - 1)};
-}
-
 }  // namespace
 
 int dbrecord::read(TextFile& file) {
@@ -338,11 +231,8 @@ int dbrecord::read(TextFile& file) {
   }
   [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> starts;
   if (const uint16_t count = plain_fields(line, starts)) {
-    std::unique_ptr<uint16_t[]> kept;
-    if (!starts.empty()) {
-      kept.reset(new uint16_t[count]);
-      std::memcpy(kept.get(), starts.data(), count * sizeof(uint16_t));
-    }
+    std::unique_ptr<uint16_t[]> kept(new uint16_t[count]);
+    std::memcpy(kept.get(), starts.data(), count * sizeof(uint16_t));
     line_ = PlainLine{file.shareBuffer(), line.data(), static_cast<uint32_t>(line.size()), count, std::move(kept)};
     fields_.clear();
     form_.store(kLine, std::memory_order_release);
@@ -377,7 +267,6 @@ LightweightString<char> dbrecord::fieldValue(unsigned short i) const {
 
 std::size_t dbrecord::fieldViews(std::string_view* out, std::size_t max) const noexcept {
   if (form_.load(std::memory_order_acquire) != kFields) {
-    if (!line_.starts) return plain_fields_of(line_.at, line_.length, out, max);
     const std::size_t n = std::min<std::size_t>(max, line_.fields);
     for (std::size_t i = 0; i < n; ++i) out[i] = line_field(static_cast<unsigned short>(i));
     return n;
@@ -399,9 +288,7 @@ std::string_view dbrecord::fieldView(unsigned short i) const noexcept {
   if (form_.load(std::memory_order_acquire) == kFields) {
     return i < fields_.size() ? fields_[i].view() : std::string_view();
   }
-  if (i >= line_.fields) return {};
-  if (line_.starts) return line_field(i);
-  return plain_field(line_.at, line_.length, line_.fields, i);
+  return i < line_.fields ? line_field(i) : std::string_view();
 }
 
 void dbrecord::write_to(std::string& line) const {
