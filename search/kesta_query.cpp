@@ -127,13 +127,14 @@ bool kesta::found_in_special_label_field(const dbrecord* record, int field) cons
 
   const char* q = query.c_str();
   std::size_t length = query.size();
-  if (compare_leading(start, q, length) == 0) return true;
+  const int from_start = compare_leading(start, q, length);
+  if (from_start == 0) return true;
 
   unsigned end_field = get_fieldnum(*end_name);
   if (end_field == kNoField) return false;
   const std::string_view end = c_text(record->fieldView(static_cast<unsigned short>(end_field)));
   if (end.empty()) return false;
-  if (compare_leading(start, q, length) > 0) return false;
+  if (from_start > 0) return false;
   return compare_leading(end, q, length) >= 0;
 }
 

@@ -39,10 +39,8 @@ int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
   return static_cast<int64_t>(got);
 }
 
-}  // namespace
-
-namespace {
 constexpr std::size_t kLargePage = std::size_t{2} << 20;
+
 }  // namespace
 
 void* TextFile::allocateBytes(std::size_t size) {
