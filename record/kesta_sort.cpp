@@ -31,8 +31,14 @@ int g_keys[kKeySlots] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
 int32_t g_case_insensitive = 0;
 int32_t g_timecode_key = -1;
 
+// The white space the comparators skip before a value.
+bool is_leading_space(char c) {
+  const auto u = static_cast<unsigned char>(c);
+  return isascii(u) && isspace(u);
+}
+
 const char* skip_space(const char* s) {
-  while (*s && isascii(static_cast<unsigned char>(*s)) && isspace(static_cast<unsigned char>(*s))) ++s;
+  while (*s && is_leading_space(*s)) ++s;
   return s;
 }
 
@@ -189,8 +195,7 @@ std::string_view key_text(const dbrecord* record, unsigned short field) {
 
 std::string_view skip_space(std::string_view text) {
   std::size_t i = 0;
-  while (i < text.size() && isascii(static_cast<unsigned char>(text[i])) && isspace(static_cast<unsigned char>(text[i])))
-    ++i;
+  while (i < text.size() && is_leading_space(text[i])) ++i;
   return text.substr(i);
 }
 
