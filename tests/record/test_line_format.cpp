@@ -229,6 +229,33 @@ TEST(LineFormat, SpecialBytesAtEveryOffset) {
   }
 }
 
+// A plain line keeps the starts of its first fields in the record and of longer lines apart:
+// every field must read back as written on both sides of that edge, before and after the
+// record is taken apart.
+TEST(LineFormat, PlainLinesOfAnyFieldCountReadBack) {
+  for (unsigned count : {1u, 2u, 16u, 17u, 18u, 40u, 1000u}) {
+    Fields fields;
+    std::string line;
+    for (unsigned i = 0; i < count; ++i) {
+      fields.push_back(i % 3 == 0 ? "" : "v" + std::to_string(i * 7));
+      line += (i ? ",\"" : "\"") + fields.back() + "\"";
+    }
+    TextFile file;
+    file.appendLine(std::string_view(line));
+    Zr::Ptr<dbrecord> record(new dbrecord(0));
+    ASSERT_EQ(record->read(file), static_cast<int>(count));
+    EXPECT_TRUE(record->heldAsLine()) << count;
+    for (unsigned i = 0; i < count; ++i) {
+      EXPECT_EQ(record->fieldView(static_cast<unsigned short>(i)), fields[i]) << count << " fields, field " << i;
+    }
+    EXPECT_EQ(record->fieldView(static_cast<unsigned short>(count)), "") << count;
+    EXPECT_EQ(fieldsOf(*record), fields) << count;
+    std::string written;
+    record->write_to(written);
+    EXPECT_EQ(written, line) << count;
+  }
+}
+
 TEST(LineFormat, ALineOfManyCommasKeepsAtMost65535Fields) {
   Fields got;
   EXPECT_EQ(readLine(repeat(',', 70000), got), 70000);
