@@ -181,6 +181,7 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   friend class dbrecord;  // marks the database changed
   friend class KestaDebug;
   class LineSource;  // the lines a load reads: a whole file, or one streamed in blocks
+  bool saves_directly() const;
 
   void read_params_from(LineSource& lines, dbrecord* line);
   int add_lines(LineSource& lines, int skipFirst, int maxRecords);

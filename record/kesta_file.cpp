@@ -15,6 +15,7 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
+#include <typeinfo>
 
 #include "record/CharClass.h"
 #include "record/FieldText.h"
@@ -140,12 +141,20 @@ void remark_changed(dbrecord& record) {
 // records' "Tag" texts and changed marks, and the database's changed flag. Unless the save
 // commits, the destructor puts them back (allocation failure included), so a failed save
 // leaves the database as it was.
+//
+// A store through the database's row setter may reach another record than the row's: in the
+// tagged-only display it goes by tagged row, and a derived class may answer rows its own way.
+// Such a save remembers every record before the first store. A direct save stores each tag
+// into its row's own record, so it keeps each row's changed mark as it goes, and a tag text
+// only where the store changes it: that spares it a pass through every record's line.
 class SaveUndo {
  public:
-  // Every record is remembered before the first tag is stored: in the tagged-only display the
-  // row setter reaches records by their tagged row, which may be a later record of the list.
-  SaveUndo(const RecordList& records, unsigned tag_column, int32_t& database_changed)
-      : tag_column_(tag_column), database_changed_(database_changed), was_changed_(database_changed) {
+  SaveUndo(const RecordList& records, unsigned tag_column, int32_t& database_changed, bool direct)
+      : records_(records), tag_column_(tag_column), database_changed_(database_changed), was_changed_(database_changed) {
+    if (direct) {
+      marks_.resize(records.size());
+      return;
+    }
     saved_.reserve(records.size());
     // Tag texts are mostly "0" and "1": one string each serves every record that holds it, and
     // a record kept as its line is not taken apart for it.
@@ -179,10 +188,30 @@ class SaveUndo {
         s.record->clear_changed();
       }
     }
+    for (std::size_t row = 0; row < reached_; ++row) {
+      dbrecord* record = records_[row].get();
+      if (!record) continue;
+      if (marks_[row]) {
+        remark_changed(*record);
+      } else {
+        record->clear_changed();
+      }
+    }
     database_changed_ = was_changed_;
   }
   SaveUndo(const SaveUndo&) = delete;
   SaveUndo& operator=(const SaveUndo&) = delete;
+
+  // For a direct save, before anything is stored into the row's record (null `tag`: nothing
+  // will be).
+  void beforeStore(std::size_t row, const Zr::Ptr<dbrecord>& record, const char* tag) {
+    marks_[row] = record->changed();
+    reached_ = row + 1;
+    if (tag && has_tag(*record) && record->fieldView(tag_index()) != std::string_view(tag)) {
+      // Kept with a false mark: the row's own mark is put back from marks_.
+      saved_.push_back(Saved{record, record->fieldValue(tag_index()), false});
+    }
+  }
 
   void commit() noexcept { committed_ = true; }
 
@@ -197,7 +226,10 @@ class SaveUndo {
   }
   unsigned short tag_index() const noexcept { return static_cast<unsigned short>(tag_column_); }
 
+  const RecordList& records_;
   std::vector<Saved> saved_;
+  std::vector<bool> marks_;  // a direct save's changed marks, by row, of the rows reached
+  std::size_t reached_ = 0;
   const unsigned tag_column_;
   int32_t& database_changed_;
   const int32_t was_changed_;
@@ -206,11 +238,12 @@ class SaveUndo {
 
 // Writes every record of the full list, whatever the tag display mode, after storing its tag
 // in the "Tag" column, then saves the file. The tag goes in through the virtual row setter, so
-// a derived class sees the store in its own row numbering.
+// a derived class sees the store in its own row numbering; a direct save (see SaveUndo) stores
+// it as that setter would.
 int save_records(kesta& db, const RecordList& records, int32_t& database_changed, const TextFile& head,
-                 const LightweightString<wchar_t>& name) {
+                 const LightweightString<wchar_t>& name, bool direct) {
   const unsigned tag_column = db.get_fieldnum(LightweightString<char>("Tag"));
-  SaveUndo undo(records, tag_column, database_changed);
+  SaveUndo undo(records, tag_column, database_changed, direct);
   // The lines go to the disk as they are made: a large log is never held twice in memory.
   TextFileWriter out(name, TextFile::kEOL_LF);
   for (unsigned i = 0; i < head.getNumLines(); ++i) out.appendLine(head.line(i));
@@ -218,10 +251,16 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
-    Zr::Ptr<dbrecord> record = records[row];
+    Zr::Ptr<dbrecord> kept;  // a derived class's row setter might change the list
+    const Zr::Ptr<dbrecord>& record = direct ? records[row] : (kept = records[row]);
     if (!record) continue;  // an entry left empty by insert_records has nothing to write
     if (tag_column != kNotFound) {
       *std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr = '\0';
+    }
+    if (direct) {
+      undo.beforeStore(row, record, tag_column != kNotFound ? tag_text : nullptr);
+      if (tag_column != kNotFound) record->set_field(static_cast<int>(tag_column), tag_text, true);
+    } else if (tag_column != kNotFound) {
       db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
     }
     line.clear();
@@ -238,18 +277,22 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
 
 // -------------------------------------------------------------------------- saving
 
+// A database of this very class (no override of the row setters) showing all its records:
+// the tag store of row r reaches record r.
+bool kesta::saves_directly() const { return typeid(*this) == typeid(kesta) && show_tags_only_ == 0; }
+
 int kesta::save_text() {
   TextFile file;
   save_params(file);
   save_column_header(file, false);
-  return save_records(*this, records_, changed_, file, file_name_);
+  return save_records(*this, records_, changed_, file, file_name_, saves_directly());
 }
 
 int kesta::save_text_without_header() {
   TextFile file;
   save_params(file);
   save_column_header(file, true);
-  return save_records(*this, records_, changed_, file, file_name_);
+  return save_records(*this, records_, changed_, file, file_name_, saves_directly());
 }
 
 void kesta::save_params(TextFile& file) { write_param_lines(file); }
