@@ -181,7 +181,10 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   friend class dbrecord;  // marks the database changed
   friend class KestaDebug;
   class LineSource;  // the lines a load reads: a whole file, or one streamed in blocks
-  bool saves_directly() const;
+  // True for a database of this very class (nothing overridden) showing all its records:
+  // then row r is records_[r], and an operation may reach it without the virtual calls.
+  bool rows_are_records() const;
+  int tag_all_different_records(unsigned field);
 
   void read_params_from(LineSource& lines, dbrecord* line);
   int add_lines(LineSource& lines, int skipFirst, int maxRecords);

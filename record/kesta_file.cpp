@@ -15,7 +15,6 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
-#include <typeinfo>
 
 #include "record/CharClass.h"
 #include "record/FieldText.h"
@@ -277,22 +276,18 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
 
 // -------------------------------------------------------------------------- saving
 
-// A database of this very class (no override of the row setters) showing all its records:
-// the tag store of row r reaches record r.
-bool kesta::saves_directly() const { return typeid(*this) == typeid(kesta) && show_tags_only_ == 0; }
-
 int kesta::save_text() {
   TextFile file;
   save_params(file);
   save_column_header(file, false);
-  return save_records(*this, records_, changed_, file, file_name_, saves_directly());
+  return save_records(*this, records_, changed_, file, file_name_, rows_are_records());
 }
 
 int kesta::save_text_without_header() {
   TextFile file;
   save_params(file);
   save_column_header(file, true);
-  return save_records(*this, records_, changed_, file, file_name_, saves_directly());
+  return save_records(*this, records_, changed_, file, file_name_, rows_are_records());
 }
 
 void kesta::save_params(TextFile& file) { write_param_lines(file); }

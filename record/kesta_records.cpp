@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <typeinfo>
 
 #include "record/FieldText.h"
 #include "record/kesta.h"
@@ -63,6 +64,8 @@ Zr::Ptr<dbrecord> kesta::get_record(unsigned row) const {
   if (show_tags_only_) return row < tagged_.size() ? tagged_[row] : Zr::Ptr<dbrecord>();
   return row < records_.size() ? records_[row] : Zr::Ptr<dbrecord>();
 }
+
+bool kesta::rows_are_records() const { return typeid(*this) == typeid(kesta) && show_tags_only_ == 0; }
 
 LightweightString<char> kesta::getField(unsigned row, unsigned field) const {
   Zr::Ptr<dbrecord> record = get_record(row);

@@ -2,6 +2,7 @@
 // it: matching a field or a record, the start..end range rule of the time-code and edge-code
 // columns, tagging the matches, and tagging the first record of every run of equal values.
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <strings.h>
@@ -152,6 +153,18 @@ int kesta::match_record(int row) const { return match_record(get_record(static_c
 int kesta::tag_matching_records(int keepTags) {
   if (query_.empty()) return 0;
   int count = 0;
+  if (rows_are_records()) {
+    for (std::size_t row = 0; row < records_.size(); ++row) {
+      const Zr::Ptr<dbrecord>& record = records_[row];
+      if (match_record(record) != 0) {
+        ++count;
+        if (record) record->set_tag(1);
+      } else if (keepTags == 0) {
+        record->set_tag(0);
+      }
+    }
+    return count;
+  }
   for (unsigned row = 0; row < get_num_records(); ++row) {
     // A row without a record answers -1, which counts as a match.
     if (match_record(static_cast<int>(row)) != 0) {
@@ -171,6 +184,7 @@ int kesta::tag_all_different(int field) {
   sort(1, 0);
   // Values compare against a copy cut to 255 characters, so two equal longer values are both
   // tagged; callers depend on the buffer's size.
+  if (rows_are_records()) return tag_all_different_records(static_cast<unsigned>(field));
   char previous[256] = "";
   for (unsigned row = 0; row < get_num_records(); ++row) {
     LightweightString<char> value = getField(row, static_cast<unsigned>(field));
@@ -181,4 +195,33 @@ int kesta::tag_all_different(int field) {
     previous[length] = '\0';
   }
   return get_num_tags();
+}
+
+// tag_all_different's pass for a database whose rows are its records: the same comparisons,
+// on the field bytes, without a string made for every row. The count is get_num_tags's: the
+// tagged rows and the rows without a record.
+int kesta::tag_all_different_records(unsigned field) {
+  char previous[256] = "";
+  std::size_t previous_length = 0;
+  int count = 0;
+  for (std::size_t row = 0; row < records_.size(); ++row) {
+    dbrecord* record = records_[row].get();
+    std::string_view value;
+    if (!record) {
+      ++count;
+    } else if (field < record->get_num_fields()) {
+      value = c_text(record->fieldView(static_cast<unsigned short>(field)));
+    }
+    if (value.size() == previous_length &&
+        (previous_length == 0 || strncasecmp(value.data(), previous, previous_length) == 0)) {
+      continue;
+    }
+    if (record) {
+      record->set_tag(1);
+      ++count;
+    }
+    previous_length = std::min(value.size(), sizeof previous - 1);
+    if (previous_length > 0) std::memcpy(previous, value.data(), previous_length);
+  }
+  return count;
 }
