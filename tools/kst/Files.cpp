@@ -69,14 +69,10 @@ void warn_replaced_tags(kesta& db, const std::string& path) {
   if (tag_field == 0xFFFFFFFFu) return;
   unsigned replaced = 0;
   std::string first;
-  const unsigned rows = db.get_num_records();
-  for (unsigned r = 0; r < rows; ++r) {
-    const Zr::Ptr<dbrecord> record = db.get_record(r);
-    if (!record) continue;
-    std::string_view text = record->fieldView(static_cast<unsigned short>(tag_field));
-    if (text.find_first_not_of("0123456789") == std::string_view::npos) continue;
+  forEachFieldText(db, static_cast<unsigned short>(tag_field), [&](unsigned r, const dbrecord&, std::string_view text) {
+    if (text.find_first_not_of("0123456789") == std::string_view::npos) return;
     if (replaced++ == 0) first = "record " + std::to_string(r + 1) + " held " + inQuotes(text);
-  }
+  });
   if (replaced > 0) {
     warn(path + ": the \"Tag\" column keeps tag numbers; " + plural(replaced, "value", "values") +
          " there became 0 or 1 (" + first + ")");

@@ -252,24 +252,10 @@ bool nonzeroNumber(std::string_view text) {
 void tagsFromTagColumn(kesta& db) {
   const unsigned field = db.get_fieldnum("Tag");
   if (field == kNone) return;
-  const unsigned rows = db.get_num_records();
-  const auto tag = static_cast<unsigned short>(field);
-  // Records are reached a few rows ahead and their tag bytes asked for then, so that the
-  // misses on a big log's lines overlap.
-  constexpr unsigned kAhead = 8;
-  Zr::Ptr<dbrecord> ahead[kAhead];
-  auto reach = [&](unsigned r) {
-    Zr::Ptr<dbrecord> record = db.get_record(r);
-    if (record) __builtin_prefetch(record->fieldView(tag).data());
-    return record;
-  };
-  for (unsigned r = 0; r < rows && r < kAhead; ++r) ahead[r] = reach(r);
-  for (unsigned r = 0; r < rows; ++r) {
-    const Zr::Ptr<dbrecord> record = std::move(ahead[r % kAhead]);
-    if (r + kAhead < rows) ahead[r % kAhead] = reach(r + kAhead);
-    // The record was reached through the same row: storing on it is what set_tag(r) does.
-    if (record) record->set_tag(nonzeroNumber(record->fieldView(tag)) ? 1 : 0);
-  }
+  // The record was reached through the same row: storing on it is what set_tag(r) does.
+  forEachFieldText(db, static_cast<unsigned short>(field), [](unsigned, dbrecord& record, std::string_view text) {
+    record.set_tag(nonzeroNumber(text) ? 1 : 0);
+  });
 }
 
 }  // namespace kst
