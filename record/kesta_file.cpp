@@ -18,6 +18,7 @@
 
 #include "record/CharClass.h"
 #include "record/FieldText.h"
+#include "record/Prefetch.h"
 #include "record/KestaRevision.h"
 #include "record/kesta.h"
 #include "support/Log.h"
@@ -112,6 +113,7 @@ std::vector<unsigned> widest_values(const RecordList& records, std::size_t colum
   std::vector<unsigned> widest(columns, 0);
   std::vector<std::string_view> values(columns);
   for (std::size_t row = 0; row < records.size(); ++row) {
+    prefetch::record(records, records.size(), row);
     const dbrecord* record = records[row].get();
     if (!record) continue;
     const std::size_t n = record->fieldViews(values.data(), columns);
@@ -250,6 +252,7 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
+    prefetch::whole(records, records.size(), row);
     Zr::Ptr<dbrecord> kept;  // a derived class's row setter might change the list
     const Zr::Ptr<dbrecord>& record = direct ? records[row] : (kept = records[row]);
     if (!record) continue;  // an entry left empty by insert_records has nothing to write

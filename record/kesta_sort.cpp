@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "record/FieldText.h"
+#include "record/Prefetch.h"
 #include "record/kesta.h"
 #include "support/StringUtils.h"
 
@@ -207,13 +208,8 @@ bool read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::s
   entries.resize(n);
   const int first_key = cmp_fields[0];
   bool inexact = false;
-  constexpr std::size_t kAhead = 8;
   for (std::size_t i = 0; i < n; ++i) {
-    if (i + kAhead < n && first_key >= 0) {
-      if (const dbrecord* later = records[i + kAhead].get()) {
-        __builtin_prefetch(later->fieldView(static_cast<unsigned short>(first_key)).data());
-      }
-    }
+    if (first_key >= 0) prefetch::field(records, n, i, static_cast<unsigned short>(first_key));
     SortEntry& entry = entries[i];
     entry.index = static_cast<uint32_t>(i);
     const dbrecord* record = records[i].get();

@@ -3,6 +3,7 @@
 // columns, tagging the matches, and tagging the first record of every run of equal values.
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <ctime>
 #include <strings.h>
@@ -10,6 +11,7 @@
 
 #include "record/FieldTables.h"
 #include "record/FieldText.h"
+#include "record/Prefetch.h"
 #include "record/kesta.h"
 #include "support/StringUtils.h"
 #include "support/TimeDef.h"
@@ -155,6 +157,7 @@ int kesta::tag_matching_records(int keepTags) {
   int count = 0;
   if (rows_are_records()) {
     for (std::size_t row = 0; row < records_.size(); ++row) {
+      prefetch::whole(records_, records_.size(), row);
       const Zr::Ptr<dbrecord>& record = records_[row];
       if (match_record(record) != 0) {
         ++count;
@@ -205,6 +208,7 @@ int kesta::tag_all_different_records(unsigned field) {
   std::size_t previous_length = 0;
   int count = 0;
   for (std::size_t row = 0; row < records_.size(); ++row) {
+    if (field <= USHRT_MAX) prefetch::field(records_, records_.size(), row, static_cast<unsigned short>(field));
     dbrecord* record = records_[row].get();
     std::string_view value;
     if (!record) {
