@@ -20,7 +20,7 @@ class KstErrors : public KstTest {
 TEST_F(KstErrors, BadFilesAreNamedWithWhatIsWrongAndWhere) {
   const std::string header = "\"KESTA:Rev 1\"\n\"KESTA\"\n\"4\",\"4\"\n\"text\",\"text\"\n\"A\",\"B\"\n";
   const std::string header_crlf = "\"KESTA:Rev 1\"\r\n\"KESTA\"\r\n\"4\",\"4\"\r\n\"text\",\"text\"\r\n\"A\",\"B\"\r\n";
-  constexpr unsigned kBigRecords = 30011;  // about 3.5 MB, lines cut at odd places by the blocks
+  constexpr unsigned kBigRecords = 80011;  // about 9 MB: lines cut at odd places by the blocks
   std::string big_records;
   for (unsigned i = 0; i < kBigRecords; ++i)
     big_records += "\"" + std::to_string(i) + std::string(100, 'x') + "\",\"" + std::to_string(i % 7) + "\"\r\n";
