@@ -172,51 +172,70 @@ int parse_line(std::string_view line, std::vector<LightweightString<char>>& fiel
   return count;
 }
 
-// The first byte in [p, end) that a plain field cannot hold (a double quote, a backslash or a
-// control character), or end.
-const char* find_unplain(const char* p, const char* end) noexcept {
+// Sixteen bytes of a line from `at` on (fewer at its end): which are double quotes, and
+// whether any is a byte a plain line cannot hold (a backslash or a control character).
+struct Chunk {
+  uint32_t quotes = 0;
+  bool unplain = false;
+};
+
+Chunk scan_chunk(const char* at, std::size_t left) noexcept {
+  Chunk chunk;
 #if defined(__SSE2__)
-  const __m128i quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\'), del = _mm_set1_epi8(127);
-  const __m128i last_control = _mm_set1_epi8(31);
-  while (end - p >= 16) {
-    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  if (left >= 16) {
+    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    const __m128i last_control = _mm_set1_epi8(31);
     const __m128i control = _mm_cmpeq_epi8(_mm_max_epu8(w, last_control), last_control);
-    const __m128i hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, quote), _mm_cmpeq_epi8(w, backslash)),
-                                      _mm_or_si128(_mm_cmpeq_epi8(w, del), control));
-    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
-    if (mask != 0) return p + std::countr_zero(mask);
-    p += 16;
+    const __m128i bad = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, _mm_set1_epi8('\\')), control),
+                                     _mm_cmpeq_epi8(w, _mm_set1_epi8(127)));
+    chunk.quotes = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(w, _mm_set1_epi8('"'))));
+    chunk.unplain = _mm_movemask_epi8(bad) != 0;
+    return chunk;
   }
 #endif
-  while (p != end && *p != '"' && *p != '\\' && !char_class::isControl(*p)) ++p;
-  return p;
+  const std::size_t n = left < 16 ? left : 16;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (at[i] == '"') chunk.quotes |= uint32_t{1} << i;
+    if (at[i] == '\\' || char_class::isControl(at[i])) chunk.unplain = true;
+  }
+  return chunk;
 }
 
 // The number of fields of a plain line, 0 for any other, with each field's start in `starts`.
 // A plain line reads as exactly the bytes between its quotes, and those bytes write back as
 // the same line. A line too long for 16-bit starts is not taken as plain: such lines are rare
 // enough to be read into field strings at once.
+//
+// Every quote of a plain line opens or closes a field, and the fields hold nothing that needs
+// an escape, so one pass over the line finds both its quotes and any byte that rules it out.
 uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
   starts.clear();
-  const char* p = line.data();
-  const char* const end = p + line.size();
-  if (line.size() < 2 || line.size() > UINT16_MAX || *p != '"' || end[-1] != '"') return 0;
-  ++p;
-  std::size_t count = 0;
-  for (;;) {
-    starts.push_back(static_cast<uint16_t>(p - line.data()));
-    const char* q = find_unplain(p, end);
-    if (q == end || *q != '"') return 0;
-    const std::size_t length = static_cast<std::size_t>(q - p);
-    // A field of kMaxFieldLength bytes fills the buffer, and its closing quote is then the
-    // byte at which it is cut.
-    if (length >= kMaxFieldLength || (length > 0 && (*p == ' ' || q[-1] == ' '))) return 0;
-    if (++count > kMaxFields) return 0;
-    if (q + 1 == end) return static_cast<uint16_t>(count);
-    // The next field's opening quote must have its closing one after it.
-    if (end - q < 4 || q[1] != ',' || q[2] != '"') return 0;
-    p = q + 3;
+  const char* const text = line.data();
+  const std::size_t size = line.size();
+  if (size < 2 || size > UINT16_MAX || text[0] != '"' || text[size - 1] != '"') return 0;
+  std::size_t start = 1;  // the open field's first byte
+  std::size_t opening = 0;  // the quote that opened it, passed over when the scan meets it
+  for (std::size_t at = 0; at < size; at += 16) {
+    Chunk chunk = scan_chunk(text + at, size - at);
+    if (chunk.unplain) return 0;
+    for (; chunk.quotes != 0; chunk.quotes &= chunk.quotes - 1) {
+      const std::size_t q = at + static_cast<std::size_t>(std::countr_zero(chunk.quotes));
+      if (q == opening) continue;
+      // The quote that closes the field.
+      const std::size_t length = q - start;
+      // A field of kMaxFieldLength bytes fills the buffer, and its closing quote is then the
+      // byte at which it is cut.
+      if (length >= kMaxFieldLength || (length > 0 && (text[start] == ' ' || text[q - 1] == ' '))) return 0;
+      if (starts.size() == kMaxFields) return 0;
+      starts.push_back(static_cast<uint16_t>(start));
+      if (q + 1 == size) return static_cast<uint16_t>(starts.size());
+      // The next field's opening quote must have its closing one after it.
+      if (size - q < 4 || text[q + 1] != ',' || text[q + 2] != '"') return 0;
+      opening = q + 2;
+      start = q + 3;
+    }
   }
+  return 0;  // not reached: the last byte is a closing quote
 }
 
 }  // namespace
