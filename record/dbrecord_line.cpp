@@ -172,23 +172,27 @@ int parse_line(std::string_view line, std::vector<LightweightString<char>>& fiel
   return count;
 }
 
-// Sixteen bytes of a line from `at` on (fewer at its end): which are double quotes, and
-// whether any is a byte a plain line cannot hold (a backslash or a control character).
+// Sixteen bytes of a line from `at` on (the `left` that remain at its end): which are double
+// quotes, and whether any is a byte a plain line cannot hold (a backslash or a control
+// character).
 struct Chunk {
   uint32_t quotes = 0;
   bool unplain = false;
 };
 
-Chunk scan_chunk(const char* at, std::size_t left) noexcept {
+Chunk scan_chunk(const char* at, std::size_t left, std::size_t line_size) noexcept {
   Chunk chunk;
 #if defined(__SSE2__)
-  if (left >= 16) {
-    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+  if (left >= 16 || line_size >= 16) {
+    // The last, short step of a line of 16 bytes or more reads the 16 that end the line; the
+    // bytes it reads again are left out of its quotes.
+    const std::size_t back = left >= 16 ? 0 : 16 - left;
+    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at - back));
     const __m128i last_control = _mm_set1_epi8(31);
     const __m128i control = _mm_cmpeq_epi8(_mm_max_epu8(w, last_control), last_control);
     const __m128i bad = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, _mm_set1_epi8('\\')), control),
                                      _mm_cmpeq_epi8(w, _mm_set1_epi8(127)));
-    chunk.quotes = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(w, _mm_set1_epi8('"'))));
+    chunk.quotes = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(w, _mm_set1_epi8('"')))) >> back;
     chunk.unplain = _mm_movemask_epi8(bad) != 0;
     return chunk;
   }
@@ -216,7 +220,7 @@ uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
   std::size_t start = 1;  // the open field's first byte
   std::size_t opening = 0;  // the quote that opened it, passed over when the scan meets it
   for (std::size_t at = 0; at < size; at += 16) {
-    Chunk chunk = scan_chunk(text + at, size - at);
+    Chunk chunk = scan_chunk(text + at, size - at, size);
     if (chunk.unplain) return 0;
     for (; chunk.quotes != 0; chunk.quotes &= chunk.quotes - 1) {
       const std::size_t q = at + static_cast<std::size_t>(std::countr_zero(chunk.quotes));
@@ -241,7 +245,8 @@ uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
 }  // namespace
 
 int dbrecord::read(TextFile& file) {
-  line_ = PlainLine();
+  // A loaded record is new and holds no line: nothing to let go.
+  if (line_.text || line_.far_starts) line_ = PlainLine();
   form_.store(kFields, std::memory_order_release);
   const std::string_view line = file.takeLine();
   if (isEssentiallyEmpty(line.data(), line.size())) {
