@@ -172,14 +172,14 @@ int parse_line(std::string_view line, std::vector<LightweightString<char>>& fiel
   return count;
 }
 
-// Sixteen bytes of a line from `at` on (the `left` that remain at its end): which are double
-// quotes, and whether any is a byte a plain line cannot hold (a backslash or a control
-// character).
+// What one step of the plain-line scan found in sixteen bytes of a line.
 struct Chunk {
-  uint32_t quotes = 0;
-  bool unplain = false;
+  uint32_t quotes = 0;   // bit i: byte i is a double quote
+  bool unplain = false;  // some byte is one a plain line cannot hold
 };
 
+// Sixteen bytes of a line from `at` on (the `left` that remain at its end): its double quotes,
+// and whether any byte is a backslash or a control character.
 Chunk scan_chunk(const char* at, std::size_t left, std::size_t line_size) noexcept {
   Chunk chunk;
 #if defined(__SSE2__)
@@ -217,7 +217,7 @@ uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
   const char* const text = line.data();
   const std::size_t size = line.size();
   if (size < 2 || size > UINT16_MAX || text[0] != '"' || text[size - 1] != '"') return 0;
-  std::size_t start = 1;  // the open field's first byte
+  std::size_t start = 1;    // the open field's first byte
   std::size_t opening = 0;  // the quote that opened it, passed over when the scan meets it
   for (std::size_t at = 0; at < size; at += 16) {
     Chunk chunk = scan_chunk(text + at, size - at, size);

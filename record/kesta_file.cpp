@@ -18,8 +18,8 @@
 
 #include "record/CharClass.h"
 #include "record/FieldText.h"
-#include "record/Prefetch.h"
 #include "record/KestaRevision.h"
+#include "record/Prefetch.h"
 #include "record/kesta.h"
 #include "support/Log.h"
 #include "support/StringUtils.h"
@@ -151,7 +151,10 @@ void remark_changed(dbrecord& record) {
 class SaveUndo {
  public:
   SaveUndo(const RecordList& records, unsigned tag_column, int32_t& database_changed, bool direct)
-      : records_(records), tag_column_(tag_column), database_changed_(database_changed), was_changed_(database_changed) {
+      : records_(records),
+        tag_column_(tag_column),
+        database_changed_(database_changed),
+        was_changed_(database_changed) {
     if (direct) {
       marks_.resize(records.size());
       return;

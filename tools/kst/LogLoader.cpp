@@ -172,9 +172,10 @@ class ReadWatch final : public iFileSystem {
     if (got > 0 && fd == watched_) {
       const char* bytes = static_cast<const char*>(buffer);
       blocks_.push_back(BlockStart{offset_, feeds_});
-      // memchr from feed to feed: several times faster here than std::count.
+      // memchr from feed to feed: std::count was measured slower here.
       const char* const end = bytes + got;
-      for (const char* p = bytes; (p = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)))); ++p) {
+      for (const char* p = bytes;
+           (p = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)))); ++p) {
         ++feeds_;
       }
       offset_ += static_cast<uint64_t>(got);
@@ -326,7 +327,9 @@ Zr::Ptr<kesta> loadLog(const std::string& path) {
       explain_invalid(path, file, scan_header(file));
     }
     CheckedLines lines;
-    if (!read_checked_lines(path, db->get_num_records(), lines, blocks)) throw Failure("cannot read " + path + ": " + reason(errno));
+    if (!read_checked_lines(path, db->get_num_records(), lines, blocks)) {
+      throw Failure("cannot read " + path + ": " + reason(errno));
+    }
     check_records(path, lines, *db, library_log.find("not all fields filled") != std::string::npos);
     if (db->get_revision() != 1) {
       warn(path + " is a revision " + std::to_string(db->get_revision()) + " log; this library writes revision 1");
