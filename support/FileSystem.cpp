@@ -14,6 +14,8 @@ iFileSystem::~iFileSystem() = default;
 
 int iFileSystem::move(const char* from, const char* to, int) { return rename(from, to); }
 
+int iFileSystem::startWriteback(int, uint64_t, uint64_t) { return 0; }
+
 namespace {
 
 class PosixFileSystem final : public iFileSystem {
@@ -23,6 +25,14 @@ class PosixFileSystem final : public iFileSystem {
   ssize_t write(int fd, const void* buffer, std::size_t size) override { return ::write(fd, buffer, size); }
   int fsync(int fd) override { return ::fsync(fd); }
   int close(int fd) override { return ::close(fd); }
+  int startWriteback(int fd, uint64_t offset, uint64_t length) override {
+#if defined(__linux__)
+    return ::sync_file_range(fd, static_cast<off_t>(offset), static_cast<off_t>(length), SYNC_FILE_RANGE_WRITE);
+#else
+    (void)fd, (void)offset, (void)length;
+    return 0;
+#endif
+  }
   int fileSize(int fd, uint64_t& size) override {
     struct stat st;
     if (::fstat(fd, &st) != 0) return -1;

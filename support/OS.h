@@ -68,6 +68,9 @@ class KESTA_SUPPORT_API iFileSystem {
   virtual int syncDirectory(const char* path) = 0;
   // Moves a file over another: the container file's atomic replace. `flags` is reserved (0).
   virtual int move(const char* from, const char* to, int flags);
+  // Asks for the written bytes [offset, offset + length) to start going to the disk now, so
+  // that a later fsync has less to wait for. Advice only: answers 0, or -1 and changes nothing.
+  virtual int startWriteback(int fd, uint64_t offset, uint64_t length);
 };
 
 class KESTA_SUPPORT_API iOS {

@@ -16,7 +16,8 @@
 // After a failed call the writer takes no more file calls: later lines are dropped, and commit
 // closes and removes the temporary file and answers false with errno as the failed call left
 // it. The file calls are made in the order a save makes them: open, writes, fsync, close,
-// rename, folder flush (unlink instead of the rest after a failure).
+// rename, folder flush (unlink instead of the rest after a failure). Every 8 MB the writes are
+// followed by a startWriteback of what they wrote.
 //
 // Thread safety: none; one thread at a time.
 
@@ -42,6 +43,7 @@ class KESTA_SUPPORT_API TextFileWriter {
  private:
   void put(const char* data, std::size_t size);
   bool flush();
+  void wrote(std::size_t size);  // after `size` more bytes reached the file
   void fail() noexcept;
   void discard() noexcept;
 
@@ -57,6 +59,8 @@ class KESTA_SUPPORT_API TextFileWriter {
   bool done_ = false;
   int error_ = 0;
   std::size_t used_ = 0;
+  uint64_t written_ = 0;     // bytes handed to the file so far
+  uint64_t sent_ahead_ = 0;  // of which the disk was asked to start writing
   char chunk_[65536];
 };
 

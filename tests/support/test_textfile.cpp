@@ -32,7 +32,7 @@ namespace {
 // calls interrupted, and a count of descriptors left open.
 class SimulatedDisk : public iFileSystem {
  public:
-  enum Fault { kNone, kRead, kWrite, kFsync, kClose, kRename };
+  enum Fault { kNone, kRead, kWrite, kFsync, kClose, kRename, kWriteback };
   Fault fault = kNone;
   std::size_t max_transfer = 0;  // 0: whole transfers
   bool interrupt = false;        // every other call first fails with EINTR
@@ -69,6 +69,17 @@ class SimulatedDisk : public iFileSystem {
   int unlink(const char* path) override { return real()->unlink(path); }
   int exists(const char* path) override { return real()->exists(path); }
   int syncDirectory(const char* path) override { return real()->syncDirectory(path); }
+  int startWriteback(int fd, uint64_t offset, uint64_t length) override {
+    uint64_t size = 0;
+    real()->fileSize(fd, size);
+    writebacks.push_back({offset, length, size});
+    if (fault == kWriteback) return fail(EIO);
+    return real()->startWriteback(fd, offset, length);
+  }
+  struct Writeback {
+    uint64_t offset, length, file_size;  // the file's size when it was asked
+  };
+  std::vector<Writeback> writebacks;
 
  private:
   static iFileSystem* real() { return defaultFileSystem(); }
@@ -438,4 +449,34 @@ TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
   errno = 0;
   EXPECT_FALSE(nowhere.commit());
   EXPECT_EQ(errno, ENOENT);
+}
+
+// A large file is sent to the disk as it is written: every byte written is asked for once, in
+// order, only after it reached the file, and advice that fails changes nothing of the save.
+TEST(TextFileWriter, LargeFilesStartGoingToTheDiskAsTheyAreWritten) {
+  for (SimulatedDisk::Fault fault : {SimulatedDisk::kNone, SimulatedDisk::kWriteback}) {
+    TempDir dir;
+    SimulatedDisk disk;
+    disk.fault = fault;
+    // Lines that go through the writer's block and lines too long for it, alternately: 32 MB.
+    const std::string lines[2] = {std::string(60000, 'x'), std::string(100000, 'y')};
+    constexpr int kLines = 400;
+    {
+      UseDisk use(&disk);
+      TextFileWriter out(dir.wfile("big.kst"), TextFile::kEOL_LF);
+      for (int i = 0; i < kLines; ++i) out.appendLine(lines[i % 2]);
+      errno = 0;
+      ASSERT_TRUE(out.commit());
+    }
+    const uint64_t size = kLines / 2 * (lines[0].size() + lines[1].size() + 2);
+    EXPECT_EQ(std::filesystem::file_size(dir.file("big.kst")), size);
+    ASSERT_EQ(disk.writebacks.size(), size / (uint64_t{8} << 20)) << "one for each 8 MB written";
+    uint64_t next = 0;
+    for (const SimulatedDisk::Writeback& w : disk.writebacks) {
+      EXPECT_EQ(w.offset, next);
+      EXPECT_GE(w.length, uint64_t{8} << 20);
+      EXPECT_GE(w.file_size, w.offset + w.length) << "asked for before it was written";
+      next = w.offset + w.length;
+    }
+  }
 }

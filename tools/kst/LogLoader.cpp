@@ -194,6 +194,9 @@ class ReadWatch final : public iFileSystem {
   int exists(const char* path) override { return inner_->exists(path); }
   int syncDirectory(const char* path) override { return inner_->syncDirectory(path); }
   int move(const char* from, const char* to, int flags) override { return inner_->move(from, to, flags); }
+  int startWriteback(int fd, uint64_t offset, uint64_t length) override {
+    return inner_->startWriteback(fd, offset, length);
+  }
 
  private:
   const std::string path_;
