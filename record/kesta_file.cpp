@@ -255,7 +255,6 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
-    prefetch::whole(records, records.size(), row);
     Zr::Ptr<dbrecord> kept;  // a derived class's row setter might change the list
     const Zr::Ptr<dbrecord>& record = direct ? records[row] : (kept = records[row]);
     if (!record) continue;  // an entry left empty by insert_records has nothing to write
