@@ -181,9 +181,9 @@ void natural_coded(std::string_view s, Prefix& prefix) {
   w.finish(prefix);
 }
 
-struct SortEntry {
+// Everything the sort reads of one record's keys.
+struct RecordKeys {
   std::array<Prefix, kPrefixKeys> keys;
-  uint32_t index = 0;
   // dbr_cmp's classes: 0 a value in the first key, 1 none there but not blank, 2 blank.
   uint8_t rank = 0;
 };
@@ -200,56 +200,48 @@ std::string_view skip_space(std::string_view text) {
   return text.substr(i);
 }
 
-// Fills the entries for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort. Answers
-// whether the sort may call the comparators themselves.
-bool read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
-               std::vector<SortEntry>& entries) {
-  const LowerTable table;
-  entries.resize(n);
+// Reads the record's keys for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort;
+// answers whether a prefix holds less than its whole value.
+bool read_record_keys(const dbrecord* record, bool ascending, std::size_t key_count, const LowerTable& table,
+                      RecordKeys& out) {
   const int first_key = cmp_fields[0];
+  if (ascending) {
+    if (first_key < 0 || record == nullptr || record->fieldView(static_cast<unsigned short>(first_key)).empty()) {
+      // Without keys there is nothing more to read either.
+      out.rank = is_blank(record) ? 2 : (first_key < 0 ? 0 : 1);
+      return false;
+    }
+  }
   bool inexact = false;
-  for (std::size_t i = 0; i < n; ++i) {
-    if (first_key >= 0) prefetch::field(records, n, i, static_cast<unsigned short>(first_key));
-    SortEntry& entry = entries[i];
-    entry.index = static_cast<uint32_t>(i);
-    const dbrecord* record = records[i].get();
-    if (ascending) {
-      if (first_key < 0 || record == nullptr || record->fieldView(static_cast<unsigned short>(first_key)).empty()) {
-        // Without keys there is nothing more to read either.
-        entry.rank = is_blank(record) ? 2 : (first_key < 0 ? 0 : 1);
-        continue;
-      }
-    }
-    for (std::size_t k = 0; k < key_count; ++k) {
-      const auto field = static_cast<unsigned short>(cmp_fields[k]);
-      Prefix& prefix = entry.keys[k];
-      if (!ascending) {
-        case_folded(key_text(record, field), table, prefix);
-        inexact = inexact || !prefix.exact;
-        continue;
-      }
-      if (record->fieldView(field).empty()) {
-        prefix.empty = true;
-        break;  // the comparison ends here
-      }
-      const std::string_view text = skip_space(key_text(record, field));
-      prefix.text = text;
-      if (cmp_fields[k] == g_timecode_key) {
-        timecode_coded(text, table, prefix);
-      } else if (g_case_insensitive) {
-        case_folded(text, table, prefix);
-      } else {
-        natural_coded(text, prefix);
-      }
+  for (std::size_t k = 0; k < key_count; ++k) {
+    const auto field = static_cast<unsigned short>(cmp_fields[k]);
+    Prefix& prefix = out.keys[k];
+    if (!ascending) {
+      case_folded(key_text(record, field), table, prefix);
       inexact = inexact || !prefix.exact;
+      continue;
     }
+    if (record->fieldView(field).empty()) {
+      prefix.empty = true;
+      break;  // the comparison ends here
+    }
+    const std::string_view text = skip_space(key_text(record, field));
+    prefix.text = text;
+    if (cmp_fields[k] == g_timecode_key) {
+      timecode_coded(text, table, prefix);
+    } else if (g_case_insensitive) {
+      case_folded(text, table, prefix);
+    } else {
+      natural_coded(text, prefix);
+    }
+    inexact = inexact || !prefix.exact;
   }
   return inexact;
 }
 
-// The sign of dbr_cmp(a, b), from the prefixes where they settle it.
-int ascending_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
-                    Zr::Ptr<dbrecord>* records) {
+// The sign of dbr_cmp(ra, rb), from the prefixes where they settle it.
+int ascending_order(const RecordKeys& a, const RecordKeys& b, std::size_t key_count, bool more_keys,
+                    Zr::Ptr<dbrecord>* ra, Zr::Ptr<dbrecord>* rb) {
   if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
   if (a.rank != 0) return 0;
   for (std::size_t k = 0; k < key_count; ++k) {
@@ -257,25 +249,104 @@ int ascending_order(const SortEntry& a, const SortEntry& b, std::size_t key_coun
     const Prefix& pb = b.keys[k];
     if (pa.empty || pb.empty) return pa.empty ? (pb.empty ? 0 : 1) : -1;
     if (int r = pa.order(pb)) return r;
-    if (!pa.exact || !pb.exact) return dbr_cmp(&records[a.index], &records[b.index]);
+    if (!pa.exact || !pb.exact) return dbr_cmp(ra, rb);
     if (pa.leading_zeros || pb.leading_zeros) {
       // Level by value; strxcmp lets the bytes decide.
       if (int r = pa.text.compare(pb.text)) return r < 0 ? -1 : 1;
     }
   }
-  return more_keys ? dbr_cmp(&records[a.index], &records[b.index]) : 0;
+  return more_keys ? dbr_cmp(ra, rb) : 0;
 }
 
-// The sign of dbr_backcmp(a, b), likewise.
-int descending_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
-                     Zr::Ptr<dbrecord>* records) {
+// The sign of dbr_backcmp(ra, rb), likewise.
+int descending_order(const RecordKeys& a, const RecordKeys& b, std::size_t key_count, bool more_keys,
+                     Zr::Ptr<dbrecord>* ra, Zr::Ptr<dbrecord>* rb) {
   for (std::size_t k = 0; k < key_count; ++k) {
     const Prefix& pa = a.keys[k];
     const Prefix& pb = b.keys[k];
     if (int r = pa.order(pb)) return -r;
-    if (!pa.exact || !pb.exact) return dbr_backcmp(&records[a.index], &records[b.index]);
+    if (!pa.exact || !pb.exact) return dbr_backcmp(ra, rb);
   }
-  return more_keys ? dbr_backcmp(&records[a.index], &records[b.index]) : 0;
+  return more_keys ? dbr_backcmp(ra, rb) : 0;
+}
+
+// What the sort moves: a record's prefixes packed small (40 bytes, not the 88 of RecordKeys),
+// since a sort of a large log is bound by moving its entries. What they leave open is read
+// again from the two records.
+struct SortEntry {
+  uint64_t words[2 * kPrefixKeys];  // key k's prefix: words[2k], then words[2k + 1]
+  uint32_t index;
+  uint8_t rank;
+  uint8_t empty;    // bit k: key k is empty
+  uint8_t settled;  // bit k: equal prefixes of key k mean the key compares level
+};
+
+void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
+  entry.index = index;
+  entry.rank = keys.rank;
+  entry.empty = 0;
+  entry.settled = 0;
+  for (std::size_t k = 0; k < kPrefixKeys; ++k) {
+    const Prefix& prefix = keys.keys[k];
+    entry.words[2 * k] = prefix.hi;
+    entry.words[2 * k + 1] = prefix.lo;
+    if (prefix.empty) entry.empty |= static_cast<uint8_t>(1u << k);
+    if (prefix.exact && !prefix.leading_zeros) entry.settled |= static_cast<uint8_t>(1u << k);
+  }
+}
+
+// Answered by packed_order for a comparison only the records can settle.
+constexpr int kUnsettled = 2;
+
+// ascending_order or descending_order where the packed prefixes decide, else kUnsettled.
+template <bool Ascending>
+int packed_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys) {
+  if constexpr (Ascending) {
+    if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
+    if (a.rank != 0) return 0;
+  }
+  for (std::size_t k = 0; k < key_count; ++k) {
+    const auto bit = static_cast<uint8_t>(1u << k);
+    if (Ascending && ((a.empty | b.empty) & bit)) return (a.empty & bit) ? ((b.empty & bit) ? 0 : 1) : -1;
+    for (std::size_t w = 2 * k; w < 2 * k + 2; ++w) {
+      if (a.words[w] != b.words[w]) return (a.words[w] < b.words[w]) == Ascending ? -1 : 1;
+    }
+    if (!(a.settled & b.settled & bit)) return kUnsettled;
+  }
+  return more_keys ? kUnsettled : 0;
+}
+
+// Fills the entries; answers whether the sort may call the comparators themselves.
+bool read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
+               const LowerTable& table, std::vector<SortEntry>& entries) {
+  entries.resize(n);
+  const int first_key = cmp_fields[0];
+  bool inexact = false;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (first_key >= 0) prefetch::field(records, n, i, static_cast<unsigned short>(first_key));
+    RecordKeys keys;
+    inexact = read_record_keys(records[i].get(), ascending, key_count, table, keys) || inexact;
+    pack(keys, static_cast<uint32_t>(i), entries[i]);
+  }
+  return inexact;
+}
+
+template <bool Ascending>
+void sort_entries(std::vector<SortEntry>& entries, Zr::Ptr<dbrecord>* records, std::size_t key_count,
+                  bool more_keys, const LowerTable& table) {
+  std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
+    int r = packed_order<Ascending>(a, b, key_count, more_keys);
+    if (r == kUnsettled) {
+      Zr::Ptr<dbrecord>* ra = &records[a.index];
+      Zr::Ptr<dbrecord>* rb = &records[b.index];
+      RecordKeys ka, kb;
+      read_record_keys(ra->get(), Ascending, key_count, table, ka);
+      read_record_keys(rb->get(), Ascending, key_count, table, kb);
+      r = Ascending ? ascending_order(ka, kb, key_count, more_keys, ra, rb)
+                    : descending_order(ka, kb, key_count, more_keys, ra, rb);
+    }
+    return r < 0;
+  });
 }
 
 void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
@@ -284,29 +355,24 @@ void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
   const std::size_t key_count = std::min(keys, kPrefixKeys);
   const bool more_keys = keys > key_count;
 
+  const LowerTable table;
   std::vector<SortEntry> entries;
-  if (read_keys(records, n, ascending, key_count, entries) || more_keys) {
+  if (read_keys(records, n, ascending, key_count, table, entries) || more_keys) {
     // The comparators read field strings: made now, so that no comparison allocates (and
-    // throws) half-way through the sort. The prefixes' views must then be taken again.
+    // throws) half-way through the sort. Keys read again later must see the same texts.
     for (std::size_t i = 0; i < n; ++i) {
       if (records[i]) records[i]->takeApart();
     }
-    read_keys(records, n, ascending, key_count, entries);
   }
   if (ascending) {
-    std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
-      return ascending_order(a, b, key_count, more_keys, records) < 0;
-    });
+    sort_entries<true>(entries, records, key_count, more_keys, table);
   } else {
-    std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
-      return descending_order(a, b, key_count, more_keys, records) < 0;
-    });
+    sort_entries<false>(entries, records, key_count, more_keys, table);
   }
   std::vector<Zr::Ptr<dbrecord>> sorted(n);
   for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[entries[i].index]);
   std::move(sorted.begin(), sorted.end(), records);
 }
-
 }  // namespace
 
 void kesta::set_sortfield(int field) {
