@@ -23,7 +23,13 @@ constexpr std::size_t kBytesAhead = 8;
 // Zr::Ptr<dbrecord>.
 template <class List>
 void record(const List& records, std::size_t n, std::size_t row) noexcept {
-  if (row + kRecordAhead < n) __builtin_prefetch(records[row + kRecordAhead].get());
+  if (row + kRecordAhead >= n) return;
+  // A record spans two or three cache lines, and a field's place is in its later ones.
+  const char* at = reinterpret_cast<const char*>(records[row + kRecordAhead].get());
+  if (!at) return;
+  __builtin_prefetch(at);
+  __builtin_prefetch(at + 64);
+  __builtin_prefetch(at + sizeof(dbrecord) - 1);
 }
 
 // The record, and the bytes of one field.

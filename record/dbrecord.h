@@ -108,6 +108,11 @@ class KESTA_API dbrecord : public iObject {
   bool write(TextFile& file) const;
   // Appends the record's line, without a line end, to `line` and clears the changed mark.
   void write_to(std::string& line) const;
+  // While the record keeps its line, that line (what write_to would append); else empty.
+  // Valid as fieldView's views are. A writer may copy it out once instead of twice.
+  std::string_view heldLine() const noexcept {
+    return is_line() ? std::string_view(line_.at, line_.length) : std::string_view();
+  }
 
   // Exports the label fields to `cfg` ("slate/take", "name", "notes", "reelid" ...); answers
   // how many label fields were exported. 0 without a container or a "name" column.

@@ -184,6 +184,8 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   // True for a database of this very class (nothing overridden) showing all its records:
   // then row r is records_[r], and an operation may reach it without the virtual calls.
   bool rows_are_records() const;
+  // records_[row] without a count taken; null past the end.
+  dbrecord* record_at(unsigned row) const { return row < records_.size() ? records_[row].get() : nullptr; }
   int tag_all_different_records(unsigned field);
 
   void read_params_from(LineSource& lines, dbrecord* line);

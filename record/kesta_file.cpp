@@ -267,9 +267,14 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
     } else if (tag_column != kNotFound) {
       db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
     }
-    line.clear();
-    record->write_to(line);
-    out.appendLine(line);
+    if (const std::string_view held = record->heldLine(); !held.empty()) {
+      out.appendLine(held);
+      record->clear_changed();
+    } else {
+      line.clear();
+      record->write_to(line);
+      out.appendLine(line);
+    }
     ++written;
   }
   if (!out.commit()) return 0;

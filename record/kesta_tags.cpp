@@ -2,11 +2,13 @@
 //
 // Every operation here reaches rows through the virtual get_num_records / get_record /
 // set_tag / get_tag / delete_records, so a derived class that answers those otherwise sees its
-// own rows; only invert_all_tags and index_tags read the full record list directly.
+// own rows; only invert_all_tags and index_tags read the full record list directly. A database
+// of this very class has nothing overridden, and its tags are read from its records at once.
 
 #include <cstdint>
 #include <vector>
 
+#include "record/Prefetch.h"
 #include "record/kesta.h"
 
 namespace {
@@ -14,6 +16,10 @@ constexpr unsigned kNoRow = 0xFFFFFFFFu;
 }  // namespace
 
 void kesta::set_tag(unsigned row, int value) {
+  if (rows_are_records()) {
+    if (dbrecord* record = record_at(row)) record->set_tag(static_cast<unsigned char>(value));
+    return;
+  }
   Zr::Ptr<dbrecord> record = get_record(row);
   if (record) record->set_tag(static_cast<unsigned char>(value));
 }
@@ -24,6 +30,11 @@ void kesta::invert_tag(unsigned row) {
 }
 
 int kesta::get_tag(unsigned row) {
+  // Callers ask row by row over whole logs: no count is taken on a record only looked at.
+  if (rows_are_records()) {
+    const dbrecord* record = record_at(row);
+    return record ? record->get_tag() : -1;
+  }
   Zr::Ptr<dbrecord> record = get_record(row);
   return record ? record->get_tag() : -1;
 }
@@ -44,6 +55,15 @@ int kesta::get_num_tags() {
   // A row without a record answers -1 from get_tag and so counts, like the index_tags rule
   // that keeps such entries visible.
   int count = 0;
+  if (rows_are_records()) {
+    const std::size_t n = records_.size();
+    for (std::size_t row = 0; row < n; ++row) {
+      prefetch::record(records_, n, row);
+      const dbrecord* record = records_[row].get();
+      if (!record || record->get_tag() != 0) ++count;
+    }
+    return count;
+  }
   for (unsigned row = 0; row < get_num_records(); ++row) {
     if (get_tag(row) != 0) ++count;
   }
