@@ -109,6 +109,9 @@ TEST(HeldLines, SavesWriteTheSameFile) {
   const unsigned held = heldCount(*p.lines);
   ASSERT_EQ(p.lines->save_text(), static_cast<int>(kRows.size()));
   EXPECT_EQ(heldCount(*p.lines), held) << "the save took records apart";
+  for (unsigned r = 0; r < p.lines->get_num_records(); ++r) {
+    EXPECT_FALSE(p.lines->get_record(r)->changed()) << "writing clears the mark, row " << r;
+  }
   EXPECT_EQ(testutil::readFile(dir.file("lines.kst")), testutil::readFile(dir.file("fields.kst")));
 }
 
