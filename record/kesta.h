@@ -187,6 +187,17 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   // records_[row] without a count taken; null past the end.
   dbrecord* record_at(unsigned row) const { return row < records_.size() ? records_[row].get() : nullptr; }
   int tag_all_different_records(unsigned field);
+  // A column the query can fail, worked out once for a pass over many records: its criteria,
+  // or the start..end pair (column numbers, 0xFFFFFFFF where missing) of a special column.
+  struct QueryTest {
+    unsigned short field;
+    bool range;
+    unsigned start_field;
+    unsigned end_field;
+  };
+  std::vector<QueryTest> query_tests() const;
+  // match_record's answer for a record, from query_tests' list. REQUIRES: record not null.
+  bool passes(const dbrecord& record, const std::vector<QueryTest>& tests) const;
 
   void read_params_from(LineSource& lines, dbrecord* line);
   int add_lines(LineSource& lines, int skipFirst, int maxRecords);

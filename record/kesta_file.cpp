@@ -532,7 +532,7 @@ int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords) {
     } else if (record->read(lines.next()) == 0) {
       break;  // the first line was to be skipped
     }
-    records_.push_back(record);
+    records_.push_back(std::move(record));
     if (++count == maxRecords) return count;
   }
   dorp_printf("kesta::add_text: returning because no more lines\n");

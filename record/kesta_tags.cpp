@@ -40,6 +40,14 @@ int kesta::get_tag(unsigned row) {
 }
 
 void kesta::set_all_tags(int value) {
+  if (rows_are_records()) {
+    const std::size_t n = records_.size();
+    for (std::size_t row = 0; row < n; ++row) {
+      prefetch::record(records_, n, row);
+      if (dbrecord* record = records_[row].get()) record->set_tag(static_cast<unsigned char>(value));
+    }
+    return;
+  }
   for (unsigned row = 0; row < get_num_records(); ++row) set_tag(row, value);
 }
 

@@ -59,6 +59,27 @@ int compare_leading(std::string_view text, const char* q, std::size_t n) {
   return 0;
 }
 
+// The start..end range rule: the record's start value begins with the query, or the query
+// falls between the start and end values, compared on the query's length.
+bool in_range(const dbrecord* record, const LightweightString<char>& query, unsigned start_field,
+              unsigned end_field) {
+  if (start_field == kNoField || record == nullptr) return false;
+  const std::string_view start = c_text(record->fieldView(static_cast<unsigned short>(start_field)));
+  if (start.empty()) return false;
+  if (query.empty()) return true;
+
+  const char* q = query.c_str();
+  std::size_t length = query.size();
+  const int from_start = compare_leading(start, q, length);
+  if (from_start == 0) return true;
+
+  if (end_field == kNoField) return false;
+  const std::string_view end = c_text(record->fieldView(static_cast<unsigned short>(end_field)));
+  if (end.empty()) return false;
+  if (from_start > 0) return false;
+  return compare_leading(end, q, length) >= 0;
+}
+
 }  // namespace
 
 void kesta::set_query(dbrecord* query) {
@@ -115,30 +136,41 @@ bool kesta::found_in_special_label_field(const dbrecord* record, int field) cons
   if (field < 0 || static_cast<std::size_t>(field) >= query_.size()) return true;
   const TextSearch::Criteria& criteria = query_[static_cast<std::size_t>(field)];
   if (criteria.empty()) return true;
-  const LightweightString<char>& query = criteria.getCriterion(0).text();
-
   // A query in either column of a pair searches the same start..end range.
   const LightweightString<char>* start_name = nullptr;
   const LightweightString<char>* end_name = nullptr;
   if (!special_pair(get_fieldname(static_cast<unsigned>(field)), start_name, end_name)) return true;
+  return in_range(record, criteria.getCriterion(0).text(), get_fieldnum(*start_name), get_fieldnum(*end_name));
+}
 
-  unsigned start_field = get_fieldnum(*start_name);
-  if (start_field == kNoField || record == nullptr) return false;
-  const std::string_view start = c_text(record->fieldView(static_cast<unsigned short>(start_field)));
-  if (start.empty()) return false;
-  if (query.empty()) return true;
+std::vector<kesta::QueryTest> kesta::query_tests() const {
+  std::vector<QueryTest> tests;
+  const std::size_t columns = std::min<std::size_t>(get_num_fields(), query_.size());
+  for (std::size_t field = 0; field < columns; ++field) {
+    if (query_[field].empty()) continue;  // no condition, special column or not
+    QueryTest test{static_cast<unsigned short>(field), false, kNoField, kNoField};
+    if (field < special_label_flags_.size() && special_label_flags_[field]) {
+      const LightweightString<char>* start_name = nullptr;
+      const LightweightString<char>* end_name = nullptr;
+      if (!special_pair(get_fieldname(static_cast<unsigned>(field)), start_name, end_name)) continue;
+      test.range = true;
+      test.start_field = get_fieldnum(*start_name);
+      test.end_field = get_fieldnum(*end_name);
+    }
+    tests.push_back(test);
+  }
+  return tests;
+}
 
-  const char* q = query.c_str();
-  std::size_t length = query.size();
-  const int from_start = compare_leading(start, q, length);
-  if (from_start == 0) return true;
-
-  unsigned end_field = get_fieldnum(*end_name);
-  if (end_field == kNoField) return false;
-  const std::string_view end = c_text(record->fieldView(static_cast<unsigned short>(end_field)));
-  if (end.empty()) return false;
-  if (from_start > 0) return false;
-  return compare_leading(end, q, length) >= 0;
+bool kesta::passes(const dbrecord& record, const std::vector<QueryTest>& tests) const {
+  for (const QueryTest& test : tests) {
+    const TextSearch::Criteria& criteria = query_[test.field];
+    if (!(test.range ? in_range(&record, criteria.getCriterion(0).text(), test.start_field, test.end_field)
+                     : matchField(&record, test.field, criteria))) {
+      return false;
+    }
+  }
+  return true;
 }
 
 int kesta::match_record(const Zr::Ptr<dbrecord>& record) const {
@@ -156,10 +188,12 @@ int kesta::tag_matching_records(int keepTags) {
   if (query_.empty()) return 0;
   int count = 0;
   if (rows_are_records()) {
+    const std::vector<QueryTest> tests = query_tests();
     for (std::size_t row = 0; row < records_.size(); ++row) {
       prefetch::whole(records_, records_.size(), row);
       const Zr::Ptr<dbrecord>& record = records_[row];
-      if (match_record(record) != 0) {
+      // A row without a record counts as a match, as match_record's -1 does.
+      if (!record || passes(*record, tests)) {
         ++count;
         if (record) record->set_tag(1);
       } else if (keepTags == 0) {
