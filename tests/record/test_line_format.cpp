@@ -256,6 +256,36 @@ TEST(LineFormat, PlainLinesOfAnyFieldCountReadBack) {
   }
 }
 
+// A plain line is found by its separators, several bytes at a time: fields that hold just a
+// comma make separators overlap, and the line must still read as its fields wherever they
+// fall; lines that only look plain somewhere must not be kept as lines.
+TEST(LineFormat, PlainLinesAreFoundAtEveryOffset) {
+  for (std::size_t offset = 0; offset < 140; ++offset) {
+    const std::string pad(offset, 'x');
+    for (const Fields& fields : {Fields{pad, ",", "a", ",", ",", "b,", ",c", ""}, Fields{",", pad, ","},
+                                 Fields{pad + ",", "", ","}, Fields{pad, "", "", "z"}}) {
+      std::string line;
+      for (std::size_t i = 0; i < fields.size(); ++i) line += (i ? ",\"" : "\"") + fields[i] + "\"";
+      TextFile file;
+      file.appendLine(std::string_view(line));
+      Zr::Ptr<dbrecord> record(new dbrecord(0));
+      ASSERT_EQ(record->read(file), static_cast<int>(fields.size())) << line;
+      EXPECT_TRUE(record->heldAsLine()) << line;
+      for (std::size_t i = 0; i < fields.size(); ++i) {
+        EXPECT_EQ(record->fieldView(static_cast<unsigned short>(i)), fields[i]) << line << ", field " << i;
+      }
+    }
+    for (const std::string& line : {"\"" + pad + "\",\"", "\"" + pad + "\"\"y\"", "\"" + pad + "\" ,\"y\"",
+                                    "\",\"" + pad + "\"", "\"" + pad + "\",\"\"\"y\""}) {
+      TextFile file;
+      file.appendLine(std::string_view(line));
+      Zr::Ptr<dbrecord> record(new dbrecord(0));
+      record->read(file);
+      EXPECT_FALSE(record->heldAsLine()) << line;
+    }
+  }
+}
+
 TEST(LineFormat, ALineOfManyCommasKeepsAtMost65535Fields) {
   Fields got;
   EXPECT_EQ(readLine(repeat(',', 70000), got), 70000);
