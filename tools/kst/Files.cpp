@@ -66,11 +66,11 @@ class TempFolder {
 // that was not a tag number.
 void warn_replaced_tags(kesta& db, const std::string& path) {
   const unsigned tag_field = db.get_fieldnum("Tag");
-  if (tag_field == 0xFFFFFFFFu) return;
+  if (tag_field == 0xFFFFFFFFu || tagTextsAreNumbers(db)) return;
   unsigned replaced = 0;
   std::string first;
   forEachFieldText(db, static_cast<unsigned short>(tag_field), [&](unsigned r, const dbrecord&, std::string_view text) {
-    if (text.find_first_not_of("0123456789") == std::string_view::npos) return;
+    if (isTagNumber(text)) return;
     if (replaced++ == 0) first = "record " + std::to_string(r + 1) + " held " + inQuotes(text);
   });
   if (replaced > 0) {

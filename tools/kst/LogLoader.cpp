@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "Errors.h"
@@ -357,13 +358,30 @@ bool nonzeroNumber(std::string_view text) {
   return false;
 }
 
+namespace {
+// The databases whose "Tag" column held only tag numbers when their tags were last read. A
+// command reads the tags of the databases it saves, and saves them before it ends.
+std::unordered_set<const kesta*>& numbered_tags() {
+  static auto* const databases = new std::unordered_set<const kesta*>;
+  return *databases;
+}
+}  // namespace
+
+bool isTagNumber(std::string_view text) { return text.find_first_not_of("0123456789") == std::string_view::npos; }
+
 void tagsFromTagColumn(kesta& db) {
+  numbered_tags().erase(&db);
   const unsigned field = db.get_fieldnum("Tag");
   if (field == kNone) return;
+  bool numbers = true;
   // The record was reached through the same row: storing on it is what set_tag(r) does.
-  forEachFieldText(db, static_cast<unsigned short>(field), [](unsigned, dbrecord& record, std::string_view text) {
+  forEachFieldText(db, static_cast<unsigned short>(field), [&](unsigned, dbrecord& record, std::string_view text) {
     record.set_tag(nonzeroNumber(text) ? 1 : 0);
+    numbers = numbers && isTagNumber(text);
   });
+  if (numbers) numbered_tags().insert(&db);
 }
+
+bool tagTextsAreNumbers(const kesta& db) { return numbered_tags().count(&db) != 0; }
 
 }  // namespace kst

@@ -38,6 +38,14 @@ bool nonzeroNumber(std::string_view text);
 // Nothing changes when the log has no such column.
 void tagsFromTagColumn(kesta& db);
 
+// Whether a "Tag" text is a tag number as a save writes it (digits only), so that a save
+// replaces it with a number without losing anything.
+bool isTagNumber(std::string_view text);
+
+// True when the last tagsFromTagColumn on `db` found only tag numbers in the column. The tool
+// changes no "Tag" text after that call, so a save then replaces none and need not look.
+bool tagTextsAreNumbers(const kesta& db);
+
 // Calls fn(row, record, text) with field `field` of every row that has a record, in row order.
 // Records are reached a few rows ahead and their field bytes asked for then, so that the
 // misses on a big log's lines overlap.
