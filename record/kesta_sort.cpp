@@ -270,35 +270,46 @@ int descending_order(const RecordKeys& a, const RecordKeys& b, std::size_t key_c
   return more_keys ? dbr_backcmp(ra, rb) : 0;
 }
 
-// What the sort moves: a record's prefixes packed small (40 bytes, not the 88 of RecordKeys),
-// since a sort of a large log is bound by moving its entries. What they leave open is read
-// again from the two records.
+// What the sort moves: a record's prefixes packed smaller (64 bytes, not the 88 of
+// RecordKeys), since a sort of a large log is bound by moving its entries. What they leave
+// open is read again from the two records.
 struct SortEntry {
   uint64_t words[2 * kPrefixKeys];  // key k's prefix: words[2k], then words[2k + 1]
+  const char* text[kPrefixKeys];    // key k's text, for values level by value
+  uint32_t length[kPrefixKeys];
   uint32_t index;
   uint8_t rank;
-  uint8_t empty;    // bit k: key k is empty
-  uint8_t settled;  // bit k: equal prefixes of key k mean the key compares level
+  uint8_t empty;          // bit k: key k is empty
+  uint8_t exact;          // bit k: key k's prefix holds all of its value
+  uint8_t leading_zeros;  // bit k: key k's text has a number written with leading zeros
 };
+
+// Values longer than this are left to the records to compare.
+constexpr std::size_t kMaxPackedText = UINT32_MAX;
 
 void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
   entry.index = index;
   entry.rank = keys.rank;
   entry.empty = 0;
-  entry.settled = 0;
+  entry.exact = 0;
+  entry.leading_zeros = 0;
   for (std::size_t k = 0; k < kPrefixKeys; ++k) {
     const Prefix& prefix = keys.keys[k];
+    const auto bit = static_cast<uint8_t>(1u << k);
     entry.words[2 * k] = prefix.hi;
     entry.words[2 * k + 1] = prefix.lo;
-    if (prefix.empty) entry.empty |= static_cast<uint8_t>(1u << k);
-    if (prefix.exact && !prefix.leading_zeros) entry.settled |= static_cast<uint8_t>(1u << k);
+    entry.text[k] = prefix.text.data();
+    entry.length[k] = static_cast<uint32_t>(std::min(prefix.text.size(), kMaxPackedText));
+    if (prefix.empty) entry.empty |= bit;
+    if (prefix.exact && prefix.text.size() <= kMaxPackedText) entry.exact |= bit;
+    if (prefix.leading_zeros) entry.leading_zeros |= bit;
   }
 }
 
 // Answered by packed_order for a comparison only the records can settle.
 constexpr int kUnsettled = 2;
 
-// ascending_order or descending_order where the packed prefixes decide, else kUnsettled.
+// ascending_order or descending_order where the packed entries decide, else kUnsettled.
 template <bool Ascending>
 int packed_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys) {
   if constexpr (Ascending) {
@@ -311,7 +322,12 @@ int packed_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, 
     for (std::size_t w = 2 * k; w < 2 * k + 2; ++w) {
       if (a.words[w] != b.words[w]) return (a.words[w] < b.words[w]) == Ascending ? -1 : 1;
     }
-    if (!(a.settled & b.settled & bit)) return kUnsettled;
+    if (!(a.exact & b.exact & bit)) return kUnsettled;
+    if (Ascending && ((a.leading_zeros | b.leading_zeros) & bit)) {
+      // Level by value; strxcmp lets the bytes decide.
+      const int r = std::string_view(a.text[k], a.length[k]).compare(std::string_view(b.text[k], b.length[k]));
+      if (r != 0) return r < 0 ? -1 : 1;
+    }
   }
   return more_keys ? kUnsettled : 0;
 }
@@ -359,10 +375,11 @@ void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
   std::vector<SortEntry> entries;
   if (read_keys(records, n, ascending, key_count, table, entries) || more_keys) {
     // The comparators read field strings: made now, so that no comparison allocates (and
-    // throws) half-way through the sort. Keys read again later must see the same texts.
+    // throws) half-way through the sort. The texts' views must then be taken again.
     for (std::size_t i = 0; i < n; ++i) {
       if (records[i]) records[i]->takeApart();
     }
+    read_keys(records, n, ascending, key_count, table, entries);
   }
   if (ascending) {
     sort_entries<true>(entries, records, key_count, more_keys, table);
