@@ -120,6 +120,9 @@ class KESTA_API dbrecord : public iObject {
 
   bool changed() const noexcept { return changed_ != 0; }
   void clear_changed() noexcept { changed_ = 0; }
+  // Marks the record and its container changed, as every store does, even one that changes
+  // nothing: for a caller that found its store would change nothing.
+  void touch() noexcept { mark_changed(); }
   unsigned char get_tag() const noexcept { return tag_; }
   void set_tag(unsigned char tag) noexcept { tag_ = tag; }
 

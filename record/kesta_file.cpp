@@ -129,13 +129,9 @@ void append_quoted_list(std::string& line, std::size_t index, const char* text) 
   line += '"';
 }
 
-// A store marks a record changed even when it stores nothing new, and the text goes back
-// after it: the only way to set the mark alone.
+// The mark as a store sets it; a record without fields takes no store.
 void remark_changed(dbrecord& record) {
-  if (record.get_num_fields() == 0) return;
-  const LightweightString<char> text = record.getField(0);
-  record.set_field(0, nullptr, false);
-  record.setField(0, text);
+  if (record.get_num_fields() != 0) record.touch();
 }
 
 // What a save changes in the database before it knows whether the file was written: the
@@ -206,15 +202,13 @@ class SaveUndo {
   SaveUndo(const SaveUndo&) = delete;
   SaveUndo& operator=(const SaveUndo&) = delete;
 
-  // For a direct save, before anything is stored into the row's record (null `tag`: nothing
-  // will be).
-  void beforeStore(std::size_t row, const Zr::Ptr<dbrecord>& record, const char* tag) {
+  // For a direct save, before anything is stored into the row's record; `replaced`: its tag
+  // text is about to change.
+  void beforeStore(std::size_t row, const Zr::Ptr<dbrecord>& record, bool replaced) {
     marks_[row] = record->changed();
     reached_ = row + 1;
-    if (tag && has_tag(*record) && record->fieldView(tag_index()) != std::string_view(tag)) {
-      // Kept with a false mark: the row's own mark is put back from marks_.
-      saved_.push_back(Saved{record, record->fieldValue(tag_index()), false});
-    }
+    // Kept with a false mark: the row's own mark is put back from marks_.
+    if (replaced) saved_.push_back(Saved{record, record->fieldValue(tag_index()), false});
   }
 
   void commit() noexcept { committed_ = true; }
@@ -258,12 +252,22 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
     Zr::Ptr<dbrecord> kept;  // a derived class's row setter might change the list
     const Zr::Ptr<dbrecord>& record = direct ? records[row] : (kept = records[row]);
     if (!record) continue;  // an entry left empty by insert_records has nothing to write
+    std::string_view tag;
     if (tag_column != kNotFound) {
-      *std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr = '\0';
+      char* const end = std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr;
+      *end = '\0';
+      tag = std::string_view(tag_text, static_cast<std::size_t>(end - tag_text));
     }
     if (direct) {
-      undo.beforeStore(row, record, tag_column != kNotFound ? tag_text : nullptr);
-      if (tag_column != kNotFound) record->set_field(static_cast<int>(tag_column), tag_text, true);
+      // The store as set_field makes it, the field read once: mostly the text already there.
+      const bool stores = tag_column != kNotFound && tag_column < record->get_num_fields();
+      const bool replaced = stores && record->fieldView(static_cast<unsigned short>(tag_column)) != tag;
+      undo.beforeStore(row, record, replaced);
+      if (replaced) {
+        record->set_field(static_cast<int>(tag_column), tag_text, true);
+      } else if (stores) {
+        record->touch();
+      }
     } else if (tag_column != kNotFound) {
       db.set_field(static_cast<unsigned>(row), tag_column, tag_text);
     }

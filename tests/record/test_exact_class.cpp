@@ -122,6 +122,11 @@ TEST(ExactClass, SavesWriteAsADerivedClassAndKeepTheSameMarks) {
         EXPECT_EQ(a->changed(), b->changed()) << r;
       }
     }
+    // Every tag store marks the database, even one that leaves the text as it was.
+    p.exact->clear_changed();
+    p.derived->clear_changed();
+    ASSERT_EQ(p.exact->save_text(), p.derived->save_text());
+    EXPECT_EQ(p.exact->changed(), p.derived->changed()) << "the database's mark";
   }
 }
 
