@@ -17,7 +17,6 @@
 #include <string>
 
 #include "record/CharClass.h"
-#include "record/FieldText.h"
 #include "record/KestaRevision.h"
 #include "record/Prefetch.h"
 #include "record/kesta.h"
@@ -36,8 +35,10 @@ constexpr std::size_t kNameFieldLimit = 254;
 
 bool is_marker(const dbrecord& line) {
   if (line.get_num_fields() == 0) return false;
-  const std::string_view first = c_text(line.fieldView(0));
-  return first.size() == 5 && strncasecmp(first.data(), "KESTA", 5) == 0;
+  // The field's text up to its first zero byte is "KESTA" in any case; every record line is
+  // asked, so the bytes past the fifth are looked at only when those five match.
+  const std::string_view first = line.fieldView(0);
+  return first.size() >= 5 && strncasecmp(first.data(), "KESTA", 5) == 0 && (first.size() == 5 || first[5] == '\0');
 }
 
 const char* skip_space(const char* text) {
