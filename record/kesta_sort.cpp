@@ -239,40 +239,8 @@ bool read_record_keys(const dbrecord* record, bool ascending, std::size_t key_co
   return inexact;
 }
 
-// The sign of dbr_cmp(ra, rb), from the prefixes where they settle it.
-int ascending_order(const RecordKeys& a, const RecordKeys& b, std::size_t key_count, bool more_keys,
-                    Zr::Ptr<dbrecord>* ra, Zr::Ptr<dbrecord>* rb) {
-  if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
-  if (a.rank != 0) return 0;
-  for (std::size_t k = 0; k < key_count; ++k) {
-    const Prefix& pa = a.keys[k];
-    const Prefix& pb = b.keys[k];
-    if (pa.empty || pb.empty) return pa.empty ? (pb.empty ? 0 : 1) : -1;
-    if (int r = pa.order(pb)) return r;
-    if (!pa.exact || !pb.exact) return dbr_cmp(ra, rb);
-    if (pa.leading_zeros || pb.leading_zeros) {
-      // Level by value; strxcmp lets the bytes decide.
-      if (int r = pa.text.compare(pb.text)) return r < 0 ? -1 : 1;
-    }
-  }
-  return more_keys ? dbr_cmp(ra, rb) : 0;
-}
-
-// The sign of dbr_backcmp(ra, rb), likewise.
-int descending_order(const RecordKeys& a, const RecordKeys& b, std::size_t key_count, bool more_keys,
-                     Zr::Ptr<dbrecord>* ra, Zr::Ptr<dbrecord>* rb) {
-  for (std::size_t k = 0; k < key_count; ++k) {
-    const Prefix& pa = a.keys[k];
-    const Prefix& pb = b.keys[k];
-    if (int r = pa.order(pb)) return -r;
-    if (!pa.exact || !pb.exact) return dbr_backcmp(ra, rb);
-  }
-  return more_keys ? dbr_backcmp(ra, rb) : 0;
-}
-
 // What the sort moves: a record's prefixes packed smaller (64 bytes, not the 88 of
-// RecordKeys), since a sort of a large log is bound by moving its entries. What they leave
-// open is read again from the two records.
+// RecordKeys), since a sort of a large log is bound by moving its entries.
 struct SortEntry {
   uint64_t words[2 * kPrefixKeys];  // key k's prefix: words[2k], then words[2k + 1]
   const char* text[kPrefixKeys];    // key k's text, for values level by value
@@ -306,12 +274,14 @@ void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
   }
 }
 
-// Answered by packed_order for a comparison only the records can settle.
-constexpr int kUnsettled = 2;
-
-// ascending_order or descending_order where the packed entries decide, else kUnsettled.
+// The sign of dbr_cmp (ascending) or dbr_backcmp (descending) on the entries' records, from
+// the prefixes where they settle it.
 template <bool Ascending>
-int packed_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys) {
+int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
+                Zr::Ptr<dbrecord>* records) {
+  const auto comparator = [&] {
+    return Ascending ? dbr_cmp(&records[a.index], &records[b.index]) : dbr_backcmp(&records[a.index], &records[b.index]);
+  };
   if constexpr (Ascending) {
     if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
     if (a.rank != 0) return 0;
@@ -322,14 +292,14 @@ int packed_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, 
     for (std::size_t w = 2 * k; w < 2 * k + 2; ++w) {
       if (a.words[w] != b.words[w]) return (a.words[w] < b.words[w]) == Ascending ? -1 : 1;
     }
-    if (!(a.exact & b.exact & bit)) return kUnsettled;
+    if (!(a.exact & b.exact & bit)) return comparator();
     if (Ascending && ((a.leading_zeros | b.leading_zeros) & bit)) {
       // Level by value; strxcmp lets the bytes decide.
       const int r = std::string_view(a.text[k], a.length[k]).compare(std::string_view(b.text[k], b.length[k]));
       if (r != 0) return r < 0 ? -1 : 1;
     }
   }
-  return more_keys ? kUnsettled : 0;
+  return more_keys ? comparator() : 0;
 }
 
 // Fills the entries; answers whether the sort may call the comparators themselves.
@@ -349,19 +319,9 @@ bool read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::s
 
 template <bool Ascending>
 void sort_entries(std::vector<SortEntry>& entries, Zr::Ptr<dbrecord>* records, std::size_t key_count,
-                  bool more_keys, const LowerTable& table) {
+                  bool more_keys) {
   std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
-    int r = packed_order<Ascending>(a, b, key_count, more_keys);
-    if (r == kUnsettled) {
-      Zr::Ptr<dbrecord>* ra = &records[a.index];
-      Zr::Ptr<dbrecord>* rb = &records[b.index];
-      RecordKeys ka, kb;
-      read_record_keys(ra->get(), Ascending, key_count, table, ka);
-      read_record_keys(rb->get(), Ascending, key_count, table, kb);
-      r = Ascending ? ascending_order(ka, kb, key_count, more_keys, ra, rb)
-                    : descending_order(ka, kb, key_count, more_keys, ra, rb);
-    }
-    return r < 0;
+    return entry_order<Ascending>(a, b, key_count, more_keys, records) < 0;
   });
 }
 
@@ -382,9 +342,9 @@ void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
     read_keys(records, n, ascending, key_count, table, entries);
   }
   if (ascending) {
-    sort_entries<true>(entries, records, key_count, more_keys, table);
+    sort_entries<true>(entries, records, key_count, more_keys);
   } else {
-    sort_entries<false>(entries, records, key_count, more_keys, table);
+    sort_entries<false>(entries, records, key_count, more_keys);
   }
   std::vector<Zr::Ptr<dbrecord>> sorted(n);
   for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[entries[i].index]);
