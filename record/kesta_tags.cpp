@@ -30,8 +30,10 @@ void kesta::invert_tag(unsigned row) {
 }
 
 int kesta::get_tag(unsigned row) {
-  // Callers ask row by row over whole logs: no count is taken on a record only looked at.
+  // Callers ask row by row over whole logs: no count is taken on a record only looked at, and
+  // the records a walk reaches next are asked for now, since a sort scatters them.
   if (rows_are_records()) {
+    prefetch::record(records_, records_.size(), row);
     const dbrecord* record = record_at(row);
     return record ? record->get_tag() : -1;
   }
