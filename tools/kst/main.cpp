@@ -10,6 +10,7 @@
 
 #include "Commands.h"
 #include "Errors.h"
+#include "LargePages.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"kst: inspect, sort, search, tag, convert and merge log files.", "kst"};
@@ -47,6 +48,7 @@ int main(int argc, char** argv) {
     return kst::kExitUsage;
   }
   kst::setQuiet(quiet);
+  kst::adviseLargePagesForHeap();
 
   try {
     auto run = commands.chosen();
