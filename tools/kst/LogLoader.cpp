@@ -310,7 +310,7 @@ void requireReadable(const std::string& path) {
   if (error != 0) throw Failure("cannot read " + path + ": " + reason(error));
 }
 
-Zr::Ptr<kesta> loadLog(const std::string& path) {
+Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags) {
   requireReadable(path);
   LightweightString<wchar_t> name = widePath(path);
   Zr::Ptr<kesta> db;
@@ -339,7 +339,7 @@ Zr::Ptr<kesta> loadLog(const std::string& path) {
       warn(path + " is a revision " + std::to_string(db->get_revision()) + " log; this library writes revision 1");
     }
   }
-  tagsFromTagColumn(*db);
+  if (tags == TagColumn::read) tagsFromTagColumn(*db);
   // A loaded log lives until the process ends: taking a million records apart one by one
   // only to hand the memory back at exit would cost a tenth of a big job's time. The holder is
   // never destroyed, so the logs stay reachable rather than leaked.

@@ -27,8 +27,10 @@ void requireReadable(const std::string& path);
 // Loads the log at `path` (a name ending in ".csv" is read by the library's comma-separated
 // form). Throws Failure when the file is missing or unreadable, is not a log, has header lines
 // of different lengths, or has record lines the library did not read (a wrong field count, or
-// lines after a blank line).
-Zr::Ptr<kesta> loadLog(const std::string& path);
+// lines after a blank line). A command that sets every record's tag before it reads any
+// passes TagColumn::unread: the column's tags would only be overwritten.
+enum class TagColumn { read, unread };
+Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags = TagColumn::read);
 
 // Whether strtol(text, nullptr, 10) is non-zero: blanks, a sign, then a run of digits not all
 // zero. Reads a view, so that a record that keeps its line stays whole.

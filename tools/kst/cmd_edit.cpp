@@ -89,7 +89,8 @@ void add_find(CLI::App& app, CommandTable& table) {
     const bool writing = options->write.in_place || !options->write.out.empty();
     std::optional<Destination> to;
     if (writing) to = Destination::forLog(options->write, options->file);
-    Zr::Ptr<kesta> db = loadLog(options->file);
+    // Without --keep-tags the query sets every record's tag.
+    Zr::Ptr<kesta> db = loadLog(options->file, options->keep_tags ? TagColumn::read : TagColumn::unread);
     Zr::Ptr<dbrecord> query = db->make_dummy_record();
     std::vector<bool> given(db->get_num_fields(), false);
     for (const auto& condition : options->conditions) {
@@ -138,7 +139,7 @@ void add_distinct(CLI::App& app, CommandTable& table) {
     const bool writing = options->write.in_place || !options->write.out.empty();
     std::optional<Destination> to;
     if (writing) to = Destination::forLog(options->write, options->file);
-    Zr::Ptr<kesta> db = loadLog(options->file);
+    Zr::Ptr<kesta> db = loadLog(options->file, TagColumn::unread);  // every tag is set below
     unsigned field = resolveColumn(*db, options->field, options->file);
     int tagged = db->tag_all_different(static_cast<int>(field));
     if (!writing) {
