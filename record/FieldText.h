@@ -6,6 +6,13 @@
 #include <string_view>
 
 // Up to the field's first zero byte, should it hold one: where strcmp and its kin stop.
-inline std::string_view c_text(std::string_view field) noexcept { return field.substr(0, field.find('\0')); }
+inline std::string_view c_text(std::string_view field) noexcept {
+  // Most keys are a few bytes (reels, time codes), where a call to memchr costs more than the
+  // look itself.
+  if (field.size() > 32) return field.substr(0, field.find('\0'));
+  std::size_t i = 0;
+  while (i < field.size() && field[i] != '\0') ++i;
+  return field.substr(0, i);
+}
 
 #endif
