@@ -71,8 +71,9 @@ class KESTA_API dbrecord : public iObject {
   void takeApart() { own_fields(); }
   // True while the record keeps its line and has made no field strings from it.
   bool heldAsLine() const noexcept { return form_.load(std::memory_order_acquire) == kLine; }
-  // fieldView of fields 0, 1, ... into out[0 .. max), in one pass; answers how many it set.
-  std::size_t fieldViews(std::string_view* out, std::size_t max) const noexcept;
+  // Raises widest[i] to the byte size of field i, for every field i < max: a column's widest
+  // value over many records, without a view made of each field.
+  void widen(unsigned* widest, std::size_t max) const noexcept;
   // False when `i` is out of range; else copies at most `len` bytes into `dst`, stores a zero
   // at dst[len] (REQUIRES: dst holds len + 1 bytes) and answers true.
   bool in_field(int i, char* dst, int len);

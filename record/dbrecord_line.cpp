@@ -364,15 +364,25 @@ LightweightString<char> dbrecord::fieldValue(unsigned short i) const {
   return getField(i);
 }
 
-std::size_t dbrecord::fieldViews(std::string_view* out, std::size_t max) const noexcept {
-  if (form_.load(std::memory_order_acquire) != kFields) {
-    const std::size_t n = std::min<std::size_t>(max, line_.fields);
-    for (std::size_t i = 0; i < n; ++i) out[i] = line_field(static_cast<unsigned short>(i));
-    return n;
+void dbrecord::widen(unsigned* widest, std::size_t max) const noexcept {
+  auto raise = [&](std::size_t i, std::size_t size) {
+    if (size > widest[i]) widest[i] = static_cast<unsigned>(size);
+  };
+  if (form_.load(std::memory_order_acquire) == kFields) {
+    const std::size_t n = std::min(max, fields_.size());
+    for (std::size_t i = 0; i < n; ++i) raise(i, fields_[i].size());
+    return;
   }
-  const std::size_t n = std::min(max, fields_.size());
-  for (std::size_t i = 0; i < n; ++i) out[i] = fields_[i].view();
-  return n;
+  // Sizes from the starts alone, as line_field finds the ends: the line's bytes stay untouched.
+  const std::size_t n = std::min<std::size_t>(max, line_.fields);
+  if (n == 0) return;
+  const uint16_t* later = line_.later_starts();
+  std::size_t start = 1;
+  for (std::size_t i = 0; i + 1 < line_.fields && i < n; ++i) {
+    raise(i, later[i] - 3u - start);
+    start = later[i];
+  }
+  if (n == line_.fields) raise(n - 1, line_.length - 1u - start);
 }
 
 std::string_view dbrecord::line_field(unsigned short i) const noexcept {

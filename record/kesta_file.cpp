@@ -112,13 +112,9 @@ struct ClearOnExit {
 // Each column's widest value over the full record list, in one pass.
 std::vector<unsigned> widest_values(const RecordList& records, std::size_t columns) {
   std::vector<unsigned> widest(columns, 0);
-  std::vector<std::string_view> values(columns);
   for (std::size_t row = 0; row < records.size(); ++row) {
     prefetch::record(records, records.size(), row);
-    const dbrecord* record = records[row].get();
-    if (!record) continue;
-    const std::size_t n = record->fieldViews(values.data(), columns);
-    for (std::size_t f = 0; f < n; ++f) widest[f] = std::max(widest[f], static_cast<unsigned>(values[f].size()));
+    if (const dbrecord* record = records[row].get()) record->widen(widest.data(), columns);
   }
   return widest;
 }

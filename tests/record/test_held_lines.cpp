@@ -25,18 +25,20 @@ const std::vector<DBFieldDesc> kFields = {{"Name", DBFieldTypes::kText},
                                           {"Start time", DBFieldTypes::kTimecode},
                                           {"End time", DBFieldTypes::kTimecode},
                                           {"Notes", DBFieldTypes::kText},
-                                          {"Tag", DBFieldTypes::kText}};
+                                          {"Tag", DBFieldTypes::kText},
+                                          {"Comment", DBFieldTypes::kText}};
 
 // Plain values and values whose lines are not plain (quotes, commas, line feeds) side by side,
-// with case-only differences and repeats for the duplicate rules.
+// with case-only differences and repeats for the duplicate rules. The last column's widest
+// value is in a plain line, for the widths a save writes.
 const Rows kRows = {
-    {"r0", "A001", "01:00:05:00", "01:00:20:00", "say \"hi\"", "0"},
-    {"r1", "a001", "01:00:10:00", "01:00:12:00", "x,y", "0"},
-    {"r2", "B10", "02:00:00:00", "02:10:00:00", "", "0"},
-    {"r3", "b9", "", "01:00:20:00", "two\nlines", "0"},
-    {"r4", "A001", "01:00:05:00", "01:00:06:00", "plain", "0"},
-    {"r5", "", "", "", "", "0"},
-    {"r6", "b10", "01:00:10:00", "", "back\\slash", "0"},
+    {"r0", "A001", "01:00:05:00", "01:00:20:00", "say \"hi\"", "0", "c"},
+    {"r1", "a001", "01:00:10:00", "01:00:12:00", "x,y", "0", ""},
+    {"r2", "B10", "02:00:00:00", "02:10:00:00", "", "0", "a comment wider than the column's least width"},
+    {"r3", "b9", "", "01:00:20:00", "two\nlines", "0", "short"},
+    {"r4", "A001", "01:00:05:00", "01:00:06:00", "plain", "0", ""},
+    {"r5", "", "", "", "", "0", ""},
+    {"r6", "b10", "01:00:10:00", "", "back\\slash", "0", "x"},
 };
 
 struct Pair {
