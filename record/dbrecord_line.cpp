@@ -179,6 +179,21 @@ struct Chunk {
   bool unplain = false;  // some byte is one a plain line cannot hold
 };
 
+#if defined(__SSE2__)
+// Bit i: byte i of `w` is `c`.
+[[gnu::always_inline]] inline uint32_t byte_mask(__m128i w, char c) noexcept {
+  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(w, _mm_set1_epi8(c))));
+}
+
+// Set where a byte is one a plain line cannot hold: a backslash or a control character.
+[[gnu::always_inline]] inline __m128i unplain_bytes(__m128i w) noexcept {
+  const __m128i last_control = _mm_set1_epi8(31);
+  const __m128i control = _mm_cmpeq_epi8(_mm_max_epu8(w, last_control), last_control);
+  return _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, _mm_set1_epi8('\\')), control),
+                      _mm_cmpeq_epi8(w, _mm_set1_epi8(127)));
+}
+#endif
+
 // Sixteen bytes of a line from `at` on (the `left` that remain at its end): its double quotes
 // and commas, and whether any byte is a backslash or a control character. The masks are
 // answered through `chunk`: returned, a struct of three parts cost a stall every call.
@@ -190,13 +205,9 @@ struct Chunk {
     // bytes it reads again are left out of its masks.
     const std::size_t back = left >= 16 ? 0 : 16 - left;
     const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at - back));
-    const __m128i last_control = _mm_set1_epi8(31);
-    const __m128i control = _mm_cmpeq_epi8(_mm_max_epu8(w, last_control), last_control);
-    const __m128i bad = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(w, _mm_set1_epi8('\\')), control),
-                                     _mm_cmpeq_epi8(w, _mm_set1_epi8(127)));
-    chunk.quotes = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(w, _mm_set1_epi8('"')))) >> back;
-    chunk.commas = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(w, _mm_set1_epi8(',')))) >> back;
-    chunk.unplain = _mm_movemask_epi8(bad) != 0;
+    chunk.quotes = byte_mask(w, '"') >> back;
+    chunk.commas = byte_mask(w, ',') >> back;
+    chunk.unplain = _mm_movemask_epi8(unplain_bytes(w)) != 0;
     return;
   }
 #endif
@@ -216,6 +227,24 @@ struct Word {
 };
 
 [[gnu::always_inline]] inline void scan_word(const char* text, std::size_t at, std::size_t size, Word& word) noexcept {
+#if defined(__SSE2__)
+  if (at + 64 <= size) {
+    // A whole word: four steps of scan_chunk, with one test of the bytes ruled out.
+    __m128i bad = _mm_setzero_si128();
+    uint64_t quotes = 0;
+    uint64_t commas = 0;
+    for (std::size_t i = 0; i < 64; i += 16) {
+      const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at + i));
+      bad = _mm_or_si128(bad, unplain_bytes(w));
+      quotes |= uint64_t{byte_mask(w, '"')} << i;
+      commas |= uint64_t{byte_mask(w, ',')} << i;
+    }
+    word.quotes = quotes;
+    word.commas = commas;
+    word.unplain = _mm_movemask_epi8(bad) != 0;
+    return;
+  }
+#endif
   word = Word();
   Chunk chunk;
   for (std::size_t i = 0; i < 64 && at + i < size; i += 16) {

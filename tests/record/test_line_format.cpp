@@ -275,8 +275,10 @@ TEST(LineFormat, PlainLinesAreFoundAtEveryOffset) {
         EXPECT_EQ(record->fieldView(static_cast<unsigned short>(i)), fields[i]) << line << ", field " << i;
       }
     }
+    // Look-alikes, and lines with a byte a plain line cannot hold (escape, control, delete).
     for (const std::string& line : {"\"" + pad + "\",\"", "\"" + pad + "\"\"y\"", "\"" + pad + "\" ,\"y\"",
-                                    "\",\"" + pad + "\"", "\"" + pad + "\",\"\"\"y\""}) {
+                                    "\",\"" + pad + "\"", "\"" + pad + "\",\"\"\"y\"", "\"" + pad + "\\\\y\"",
+                                    "\"" + pad + "\ty\"", "\"" + pad + "\x7fy\""}) {
       TextFile file;
       file.appendLine(std::string_view(line));
       Zr::Ptr<dbrecord> record(new dbrecord(0));
