@@ -9,6 +9,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -38,7 +39,9 @@ bool is_marker(const dbrecord& line) {
   // The field's text up to its first zero byte is "KESTA" in any case; every record line is
   // asked, so the bytes past the fifth are looked at only when those five match.
   const std::string_view first = line.fieldView(0);
-  return first.size() >= 5 && strncasecmp(first.data(), "KESTA", 5) == 0 && (first.size() == 5 || first[5] == '\0');
+  // The first byte as strncasecmp compares it, without the call for every record.
+  if (first.size() < 5 || std::tolower(static_cast<unsigned char>(first[0])) != std::tolower('K')) return false;
+  return strncasecmp(first.data(), "KESTA", 5) == 0 && (first.size() == 5 || first[5] == '\0');
 }
 
 const char* skip_space(const char* text) {
