@@ -10,7 +10,6 @@
 
 #include "Commands.h"
 #include "Errors.h"
-#include "LargePages.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"kst: inspect, sort, search, tag, convert and merge log files.", "kst"};
@@ -48,7 +47,6 @@ int main(int argc, char** argv) {
     return kst::kExitUsage;
   }
   kst::setQuiet(quiet);
-  kst::adviseLargePagesForHeap();
 
   try {
     auto run = commands.chosen();
