@@ -32,6 +32,17 @@ void record(const List& records, std::size_t n, std::size_t row) noexcept {
   __builtin_prefetch(at + sizeof(dbrecord) - 1);
 }
 
+// Calls fn(record) for every row in order (a null record where the row has none), each record
+// asked for before the walk reaches it.
+template <class List, class Fn>
+void walk(const List& records, Fn fn) {
+  const std::size_t n = records.size();
+  for (std::size_t row = 0; row < n; ++row) {
+    record(records, n, row);
+    fn(records[row].get());
+  }
+}
+
 // The record, and the bytes of one field.
 template <class List>
 void field(const List& records, std::size_t n, std::size_t row, unsigned short f) noexcept {

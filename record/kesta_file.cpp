@@ -115,10 +115,9 @@ struct ClearOnExit {
 // Each column's widest value over the full record list, in one pass.
 std::vector<unsigned> widest_values(const RecordList& records, std::size_t columns) {
   std::vector<unsigned> widest(columns, 0);
-  for (std::size_t row = 0; row < records.size(); ++row) {
-    prefetch::record(records, records.size(), row);
-    if (const dbrecord* record = records[row].get()) record->widen(widest.data(), columns);
-  }
+  prefetch::walk(records, [&](const dbrecord* record) {
+    if (record) record->widen(widest.data(), columns);
+  });
   return widest;
 }
 

@@ -43,11 +43,9 @@ int kesta::get_tag(unsigned row) {
 
 void kesta::set_all_tags(int value) {
   if (rows_are_records()) {
-    const std::size_t n = records_.size();
-    for (std::size_t row = 0; row < n; ++row) {
-      prefetch::record(records_, n, row);
-      if (dbrecord* record = records_[row].get()) record->set_tag(static_cast<unsigned char>(value));
-    }
+    prefetch::walk(records_, [&](dbrecord* record) {
+      if (record) record->set_tag(static_cast<unsigned char>(value));
+    });
     return;
   }
   for (unsigned row = 0; row < get_num_records(); ++row) set_tag(row, value);
@@ -66,12 +64,9 @@ int kesta::get_num_tags() {
   // that keeps such entries visible.
   int count = 0;
   if (rows_are_records()) {
-    const std::size_t n = records_.size();
-    for (std::size_t row = 0; row < n; ++row) {
-      prefetch::record(records_, n, row);
-      const dbrecord* record = records_[row].get();
+    prefetch::walk(records_, [&](const dbrecord* record) {
       if (!record || record->get_tag() != 0) ++count;
-    }
+    });
     return count;
   }
   for (unsigned row = 0; row < get_num_records(); ++row) {
