@@ -7,8 +7,10 @@
 #   RECORDS=100000 RUNS=5 bench/peers.sh
 #
 #   TOOLS='^kst$|memchr' bench/peers.sh   # only the tools whose names match (an extended regex)
+#   PAUSE=3 bench/peers.sh         # rest 3 s before every run: each meets the machine as a
+#                                  # single command would (see bench/kst-ab.sh)
 #
-# Environment: RECORDS, RUNS, TOOLS, WORK (data and results folder, default /tmp/kesta-peers),
+# Environment: RECORDS, RUNS, TOOLS, PAUSE, WORK (data and results folder, default /tmp/kesta-peers),
 # KST (a kst binary; default: a Release build made in build/peers-release), SCENE (the text
 # looked for in Scene), TC (the time-code prefix the start..end range must cover).
 # Installs what is missing: miller, sqlite3, hyperfine and GNU time from Debian's packages,
@@ -19,6 +21,7 @@ ROOT="$(cd "$(dirname "$0")/.." && pwd)"
 RECORDS="${RECORDS:-1000000}"
 RUNS="${RUNS:-3}"
 TOOLS="${TOOLS:-.}"
+PAUSE="${PAUSE:-0}"
 WORK="${WORK:-/tmp/kesta-peers}"
 SCENE="${SCENE:-12}"
 TC="${TC:-01:00:1}"
@@ -134,7 +137,7 @@ for entry in "${jobs[@]}"; do
   [[ "$tool" =~ $TOOLS ]] || continue
   echo "== $job: $tool" >&2
   json="$WORK/hf.json"
-  if ! hyperfine --style none --warmup 1 --runs "$RUNS" --export-json "$json" "$command" >/dev/null 2>"$WORK/hf.err"; then
+  if ! hyperfine --style none --warmup 1 --runs "$RUNS" --prepare "sleep $PAUSE" --export-json "$json" "$command" >/dev/null 2>"$WORK/hf.err"; then
     echo "   failed: $(tail -3 "$WORK/hf.err")" >&2
     printf '%s\t%s\tnan\tnan\n' "$job" "$tool" >>"$RESULTS"
     continue
