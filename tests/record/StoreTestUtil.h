@@ -39,26 +39,21 @@ inline Rows namedRows(int n) {
 }
 
 // Writes each record out and reads it back in place, so plain lines keep their line as loaded
-// records do. False, with nothing read back, when some value would not come back the same.
+// records do. False at the first value that would not come back the same.
 inline bool holdAsLines(kesta& db) {
-  std::vector<Zr::Ptr<dbrecord>> records;
-  TextFile lines;
   for (unsigned r = 0; r < db.get_num_records(); ++r) {
-    Zr::Ptr<dbrecord> record = db.get_record(r);
+    Zr::Ptr<dbrecord> record = db.get_record(r), back(new dbrecord(0));
     if (!record) continue;
-    record->write(lines);
-    records.push_back(record);
-  }
-  Zr::Ptr<dbrecord> back(new dbrecord(0));
-  for (const Zr::Ptr<dbrecord>& record : records) {
-    back->read(lines);
+    TextFile line;
+    record->write(line);
+    back->read(line);
     if (back->get_num_fields() != record->get_num_fields()) return false;
     for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
       if (back->fieldView(f) != record->fieldView(f)) return false;
     }
+    line.setReadCursor(0);
+    record->read(line);
   }
-  lines.setReadCursor(0);
-  for (const Zr::Ptr<dbrecord>& record : records) record->read(lines);
   return true;
 }
 
@@ -70,7 +65,6 @@ inline Strings columnOf(iKST& db, unsigned field, bool tagged = false) {
   }
   return out;
 }
-inline Strings taggedOf(iKST& db, unsigned field) { return columnOf(db, field, true); }
 
 inline Rows rowsOf(kesta& db) {
   Rows out;

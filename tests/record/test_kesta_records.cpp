@@ -1,6 +1,6 @@
 // Record operations of the database: inserting, appending and deleting rows (with the
 // "recordsDeleted" texts listeners see), setting fields by row, the identifier index and its
-// cache rules, field search, and the record list underneath.
+// cache rules, field search, tags and the show-tags-only mode, and the record list underneath.
 
 #include <gtest/gtest.h>
 
@@ -102,15 +102,10 @@ TEST(KestaDelete, ListenersSeeTheShortenedListBeforeTheChangedFlagAndMayReleaseT
   EXPECT_FALSE(observer.db);
 }
 
-// Fails every allocation once armed.
-class FailingAllocator : public iAllocator {
- public:
-  void* allocate(std::size_t size) override {
-    if (armed) throw Zr::Exception::BadAlloc();
-    return defaultAllocator()->allocate(size);
-  }
+// Fails every allocation.
+struct FailingAllocator : iAllocator {
+  void* allocate(std::size_t) override { throw Zr::Exception::BadAlloc(); }
   void release(void* block) noexcept override { defaultAllocator()->release(block); }
-  bool armed = false;
 };
 
 TEST(KestaDelete, AllocationFailureLeavesTheRowsInPlace) {
@@ -119,19 +114,15 @@ TEST(KestaDelete, AllocationFailureLeavesTheRowsInPlace) {
   db->delete_records(4, 1);  // interns the message type before the allocator fails
   log.texts.clear();
   db->clear_changed();
-
   FailingAllocator failing;
   iAllocator* previous = setAllocator(&failing);
-  failing.armed = true;
   bool thrown = false;
   try {
     db->delete_records(1, 2);
   } catch (const std::bad_alloc&) {
     thrown = true;
   }
-  failing.armed = false;
   setAllocator(previous);
-
   EXPECT_TRUE(thrown);
   EXPECT_EQ(columnOf(*db, 0), (Strings{"r0", "r1", "r2", "r3"}));
   EXPECT_TRUE(log.texts.empty());
@@ -140,12 +131,11 @@ TEST(KestaDelete, AllocationFailureLeavesTheRowsInPlace) {
 
 TEST(KestaAdd, RecordsAddedOneAtATimeAllocateInProportionToTheRows) {
   // Room made exactly for each add would copy the whole list on every call.
-  constexpr int kRows = 20000;
   kesta db(kFields);
   testutil::CountedBytes counted;
-  for (int i = 0; i < kRows; ++i) db.add_records(1);
-  EXPECT_LT(counted.bytes(), std::size_t{2048} * kRows);
-  EXPECT_EQ(db.get_num_records(), static_cast<unsigned>(kRows));
+  for (int i = 0; i < 20000; ++i) db.add_records(1);
+  EXPECT_LT(counted.bytes(), std::size_t{2048} * 20000);
+  EXPECT_EQ(db.get_num_records(), 20000u);
 }
 
 TEST(KestaFields, SettersByRow) {
@@ -154,8 +144,7 @@ TEST(KestaFields, SettersByRow) {
   EXPECT_EQ(db->set_field(0, 1, "  A001 "), 1);
   EXPECT_STREQ(db->getField(0, 1).c_str(), "A001 ") << "leading blanks go, trailing stay";
   EXPECT_EQ(db->changed(), 1);
-  for (unsigned field : {3u, kNone}) EXPECT_EQ(db->set_field(0, field, "x"), 0);
-  EXPECT_EQ(db->set_field(7, 1, "x"), 0);
+  EXPECT_EQ(db->set_field(0, 3, "x") + db->set_field(0, kNone, "x") + db->set_field(7, 1, "x"), 0);
 
   db->get_record(1)->set_tag(3);
   db->clear_changed();
@@ -167,32 +156,34 @@ TEST(KestaFields, SettersByRow) {
   EXPECT_STREQ(db->getField(0, 1).c_str(), "  B002") << "stored as given";
   EXPECT_EQ(db->changed(), 1);
   EXPECT_FALSE(db->setField(0, 65536, LightweightString<char>("x"))) << "no wrap to column 0";
-  EXPECT_STREQ(db->getField(0, 0).c_str(), "r0");
+  EXPECT_EQ(rowsOf(*db)[0], (Strings{"r0", "  B002", ""}));
   EXPECT_STREQ(db->getField(0, 65536).c_str(), "");
 }
 
 std::string text(const Cookie& id) { return id.asString(false).c_str(); }
 
+std::vector<unsigned> rowsById(kesta& db, std::initializer_list<Cookie> ids) {
+  std::vector<unsigned> out;
+  for (const Cookie& id : ids) out.push_back(db.getRowIndexByID(id));
+  return out;
+}
+
 TEST(KestaIdentity, LookupBuildsTheIndexFromTheCookieColumn) {
   std::vector<Cookie> ids;
-  for (int i = 0; i < 10; ++i) ids.push_back(Cookie::generate());
-  ids[9] = ids[4];
+  for (int i = 0; i < 10; ++i) ids.push_back(i == 9 ? ids[4] : Cookie::generate());
   auto db = makeDb(kFields, namedRows(10));
   for (unsigned r = 0; r < 10; ++r) db->set_field(r, 2, text(ids[r]).c_str());
-
-  EXPECT_EQ(db->getRowIndexByID(ids[4]), 4u) << "the first of two rows wins";
-  EXPECT_EQ(db->getRowIndexByID(Cookie::generate()), kNone);
+  // The first of two rows wins.
+  EXPECT_EQ(rowsById(*db, {ids[4], ids[8], Cookie::generate()}), (std::vector<unsigned>{4, 8, kNone}));
   EXPECT_EQ(db->get_record(ids[7]).get(), db->get_record(7u).get());
   EXPECT_FALSE(db->get_record(Cookie::generate()));
 
   // The index is a cache: a changed identifier is not seen until an emptying operation.
   const Cookie moved = Cookie::generate();
   db->setField(7, 2, LightweightString<char>(text(moved).c_str()));
-  EXPECT_EQ(db->getRowIndexByID(moved), kNone);
-  EXPECT_EQ(db->getRowIndexByID(ids[7]), 7u);
+  EXPECT_EQ(rowsById(*db, {moved, ids[7]}), (std::vector<unsigned>{kNone, 7}));
   db->add_records(0);
-  EXPECT_EQ(db->getRowIndexByID(moved), 7u);
-  EXPECT_EQ(db->getRowIndexByID(ids[7]), kNone);
+  EXPECT_EQ(rowsById(*db, {moved, ids[7]}), (std::vector<unsigned>{7, kNone}));
   db->delete_records(0, 2);
   EXPECT_EQ(db->getRowIndexByID(moved), 5u);
   db->insert_records(0, 1);
@@ -214,17 +205,15 @@ TEST(KestaIdentity, SetFieldAndAddRecordFileTheirEntries) {
   // as built: row 0's identifier is not found.
   EXPECT_TRUE(db->set_field(2, c));
   EXPECT_EQ(db->getField(2, 2).c_str(), text(c));
-  EXPECT_EQ(db->getRowIndexByID(c), 2u);
-  EXPECT_EQ(db->getRowIndexByID(a), kNone);
-
-  // Into a built index: the new identifier is filed, the old one stays where it was.
+  EXPECT_EQ(rowsById(*db, {c, a}), (std::vector<unsigned>{2, kNone}));
+  // Into a built index: the new identifier is filed, the old one's entry stays; an existing
+  // entry is overwritten.
   db->add_records(0);
-  EXPECT_EQ(db->getRowIndexByID(a), 0u);
+  EXPECT_EQ(db->getRowIndexByID(a), 0u);  // built again
   EXPECT_TRUE(db->set_field(0, b));
-  EXPECT_EQ(db->getRowIndexByID(b), 0u);
-  EXPECT_EQ(db->getRowIndexByID(a), 0u) << "stale entry of the old identifier";
+  EXPECT_EQ(rowsById(*db, {b, a}), (std::vector<unsigned>{0, 0}));
   EXPECT_TRUE(db->set_field(1, b));
-  EXPECT_EQ(db->getRowIndexByID(b), 1u) << "an existing entry is overwritten";
+  EXPECT_EQ(db->getRowIndexByID(b), 1u);
   EXPECT_FALSE(db->set_field(3, a)) << "no record";
 
   // addRecord leaves an unbuilt index empty ...
@@ -237,12 +226,11 @@ TEST(KestaIdentity, SetFieldAndAddRecordFileTheirEntries) {
   EXPECT_EQ(fresh->getRowIndexByID(a), kNone);
   // ... and files into a built one, where an identifier already there keeps its row.
   fresh->add_records(0);
-  EXPECT_EQ(fresh->getRowIndexByID(a), 2u);
+  EXPECT_EQ(fresh->getRowIndexByID(a), 2u);  // built again
   fresh->addRecord(c);
-  EXPECT_EQ(fresh->getRowIndexByID(c), 3u);
   fresh->addRecord(a);
+  EXPECT_EQ(rowsById(*fresh, {a, c}), (std::vector<unsigned>{2, 3}));
   EXPECT_EQ(fresh->get_num_records(), 5u);
-  EXPECT_EQ(fresh->getRowIndexByID(a), 2u);
 }
 
 TEST(KestaSearch, FindFirst) {
@@ -258,38 +246,152 @@ TEST(KestaSearch, FindFirst) {
   for (const Case& c : cases) {
     EXPECT_EQ(db->findFirst(c.field, c.value, c.length), c.expect) << c.field << " " << c.value << " " << c.length;
   }
-  // On the identifier column the index answers, stale or not.
+  // On the identifier column the index answers, stale or not; what it lacks, the plain search.
   const std::string id = text(Cookie::generate());
   db->set_field(3, 2, id.c_str());
   EXPECT_EQ(db->findFirst("COOKIE", id.c_str(), 0), 3);
   db->setField(3, 2, LightweightString<char>("gone"));
-  EXPECT_EQ(db->findFirst("cookie", id.c_str(), 0), 3) << "answered from the index";
-  EXPECT_EQ(db->findFirst("Cookie", "gone", 0), 3) << "not in the index: the plain search";
+  EXPECT_EQ(db->findFirst("cookie", id.c_str(), 0), 3);
+  EXPECT_EQ(db->findFirst("Cookie", "gone", 0), 3);
   EXPECT_EQ(db->findFirst("Cookie", "nowhere", 0), -1);
 }
 
-TEST(KestaTaggedRows, RowsAddressTheTaggedIndex) {
-  auto db = makeDb(kFields, namedRows(3));
-  db->set_tag(1, 1);
+const std::vector<DBFieldDesc> kTagFields = {{"Name", T::kText}, {"Reel", T::kText}};
+
+TEST(Tags, SetInvertAndReadValues) {
+  auto db = makeDb(kTagFields, namedRows(3));
+  struct Step {
+    int set;     // value for set_tag, -1 for invert_tag, -2 for nothing
+    int expect;  // get_tag afterwards
+  } steps[] = {{-2, 0}, {-1, 1}, {-1, 0}, {5, 5}, {-1, 0}, {256 + 3, 3}, {255, 255}, {-255, 1}};
+  for (const Step& s : steps) {
+    if (s.set == -1) db->invert_tag(1);
+    if (s.set >= 0 || s.set < -2) db->set_tag(1, s.set);
+    EXPECT_EQ(tagsOf(*db), (std::vector<int>{0, s.expect, 0})) << s.set;
+  }
+  // Rows past the end: nothing faults, nothing changes.
+  EXPECT_EQ(db->get_tag(3), -1);
+  EXPECT_EQ(db->get_tag(kNone), -1);
+  db->set_tag(3, 1);
+  db->invert_tag(3);
+  db->invert_tag(kNone);
+  EXPECT_EQ(db->get_num_tags(), 1);
+}
+
+TEST(Tags, AllTagsAndCount) {
+  auto db = makeDb(kTagFields, namedRows(5));
+  EXPECT_EQ(db->get_num_tags(), 0);
+  db->set_all_tags(2);
+  EXPECT_EQ(tagsOf(*db), (std::vector<int>{2, 2, 2, 2, 2}));
+  EXPECT_EQ(db->get_num_tags(), 5);
+  db->set_tag(3, 0);
+  db->invert_all_tags();
+  EXPECT_EQ(tagsOf(*db), (std::vector<int>{0, 0, 0, 1, 0}));
+  EXPECT_EQ(db->get_num_tags(), 1);
+
+  // Entries without a record (left by insert_records) answer -1, which counts as tagged.
+  db->set_all_tags(0);
+  db->insert_records(1, 3);
+  EXPECT_EQ(tagsOf(*db), (std::vector<int>{0, 0, -1, -1, 0, 0, 0, 0}));
+  EXPECT_EQ(db->get_num_tags(), 2);
+  db->set_all_tags(1);
+  EXPECT_EQ(db->get_num_tags(), 8);
+  db->invert_all_tags();
+  EXPECT_EQ(db->get_num_tags(), 2);
+}
+
+TEST(Tags, DeleteTaggedRecordsInRuns) {
+  struct Case {
+    std::vector<int> tags;
+    Strings messages;
+    std::vector<std::pair<unsigned, unsigned>> calls;
+    Strings left;
+  } cases[] = {
+      {{0, 1, 1, 0, 1, 0}, {"1 2 ", "2 "}, {{1, 2}, {2, 1}}, {"r0", "r3", "r5"}},
+      {{1, 1, 1, 1}, {"0 1 2 3 "}, {{0, 4}}, {}},
+      {{0, 0, 1, 1}, {"2 3 "}, {{2, 2}}, {"r0", "r1"}},
+      {{1, 0, 1, 0, 1}, {"0 ", "1 ", "2 "}, {{0, 1}, {1, 1}, {2, 1}}, {"r1", "r3"}},
+      {{2, 1, 0, 5, 1}, {"1 ", "3 "}, {{1, 1}, {3, 1}}, {"r0", "r2", "r3"}},  // only tag 1 deletes
+      {{0, 0, 0}, {}, {}, {"r0", "r1", "r2"}},
+      {{}, {}, {}, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.tags));
+    auto db = makeDb<DeleteSpyKesta>(kTagFields, namedRows(static_cast<int>(c.tags.size())));
+    setTags(*db, c.tags);
+    DeletionLog log(*db);
+    EXPECT_EQ(db->delete_tagged_records(), c.tags.size() - c.left.size());
+    EXPECT_EQ(log.texts, c.messages);
+    EXPECT_EQ(db->calls, c.calls);
+    EXPECT_EQ(columnOf(*db, 0), c.left);
+  }
+
+  auto shown = makeDb<FullCountKesta>(kTagFields, namedRows(4));
+  setTags(*shown, {1, 0, 1, 1});
+  shown->set_show_tags_only(1);
+  DeletionLog log(*shown);
+  EXPECT_EQ(shown->delete_tagged_records(), kNone) << "refused while showing tagged rows only";
+  EXPECT_TRUE(log.texts.empty());
+  shown->set_show_tags_only(0);
+  EXPECT_EQ(columnOf(*shown, 0), (Strings{"r0", "r1", "r2", "r3"}));
+}
+
+TEST(Tags, ShowTagsOnlyOnPlainDatabase) {
+  auto db = makeDb(kTagFields, namedRows(4));
+  setTags(*db, {1, 0, 1, 0});
   db->set_show_tags_only(1);
-  // A plain database rebuilds its tagged index empty in this mode; structural changes refuse.
+  // The rebuild is bounded by the visible row count, which is the (empty) index itself.
+  EXPECT_EQ(db->get_show_tags_only(), 1);
+  EXPECT_EQ(db->get_num_records() + db->get_num_tags() + db->index_tags(), 0u);
   EXPECT_FALSE(db->get_record(0));
+  EXPECT_EQ(db->get_new_row(0), kNone);
+  // Structural changes are refused.
   EXPECT_EQ(db->add_records(2), kNone);
   db->insert_records(0, 1);
   DeletionLog log(*db);
   db->delete_records(0, 1);
   EXPECT_TRUE(log.texts.empty());
+  // set_all_tags reaches only visible rows; invert_all_tags reaches every record.
+  db->set_all_tags(1);
+  db->invert_all_tags();
   db->set_show_tags_only(0);
-  EXPECT_EQ(columnOf(*db, 0), (Strings{"r0", "r1", "r2"}));
+  EXPECT_EQ(db->get_show_tags_only(), 0);
+  EXPECT_EQ(columnOf(*db, 0), (Strings{"r0", "r1", "r2", "r3"}));
+  EXPECT_EQ(tagsOf(*db), (std::vector<int>{0, 1, 0, 1}));
+}
 
-  auto full = makeDb<FullCountKesta>(kFields, namedRows(4));
-  setTags(*full, {0, 1, 0, 1});
-  full->set_show_tags_only(1);
-  EXPECT_STREQ(full->getField(0, 0).c_str(), "r1");
-  EXPECT_EQ(full->set_field(1, 1, "tagged"), 1);
-  EXPECT_EQ(full->findFirst("Name", "r0", 0), 0) << "the search reads the full list";
-  full->set_show_tags_only(0);
-  EXPECT_STREQ(full->getField(3, 1).c_str(), "tagged");
+TEST(Tags, TaggedIndexOfDerivedSource) {
+  auto db = makeDb<FullCountKesta>(kTagFields, namedRows(6));
+  setTags(*db, {0, 1, 0, 3, 1, 0});
+  db->insert_records(6, 2);  // row 6 a new record, row 7 an entry without one
+  db->set_show_tags_only(1);
+  EXPECT_EQ(db->index_tags(), 8u);
+  Strings visible;
+  for (unsigned r = 0; r < 4; ++r) visible.emplace_back(db->getField(r, 0).c_str());
+  EXPECT_EQ(visible, (Strings{"r1", "r3", "r4", ""}));
+  EXPECT_FALSE(db->get_record(3));
+
+  struct Map {
+    unsigned raw, visible;
+  } maps[] = {{1, 0}, {3, 1}, {4, 2}, {7, 3}, {0, kNone}, {2, kNone}, {6, kNone}, {99, kNone}};
+  for (const Map& m : maps) {
+    EXPECT_EQ(db->get_new_row(m.raw), m.visible) << "raw " << m.raw;
+    if (m.visible != kNone) {
+      EXPECT_EQ(db->get_raw_row(m.visible), m.raw) << "visible " << m.visible;
+    }
+  }
+  EXPECT_EQ(db->get_raw_row(4), kNone);  // equal to the index size: passes the bound, finds nothing
+  EXPECT_EQ(db->get_raw_row(5), kNone);
+  // Rows address the index; the search reads the full list.
+  EXPECT_EQ(db->set_field(1, 1, "tagged"), 1);
+  EXPECT_EQ(db->findFirst("Name", "r0", 0), 0);
+
+  // Turning the flag off keeps the index; row numbers are the full list's again.
+  db->set_show_tags_only(0);
+  EXPECT_EQ(db->get_new_row(2), 2u);
+  EXPECT_EQ(db->get_raw_row(5), 5u);
+  EXPECT_EQ(db->get_raw_row(kNone), kNone);
+  EXPECT_STREQ(db->getField(3, 1).c_str(), "tagged");
 }
 
 // The record list against a vector under random appends, insertions and deletions: order,
