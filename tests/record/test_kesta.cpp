@@ -16,10 +16,7 @@ const std::vector<DBFieldDesc> kLogFields = {
     {"Name", T::kText}, {"Scene", T::kText}, {"Start time", T::kTimecode}, {"Cookie", T::kText}, {"Tag", T::kText}};
 
 TEST(KestaConstruction, ColumnsRecordsAndLifeCycle) {
-  kesta empty;
-  EXPECT_EQ(empty.get_valid(), 0);
-  EXPECT_EQ(empty.get_num_fields(), 0u);
-  EXPECT_EQ(empty.get_revision(), 1);
+  EXPECT_EQ(kesta().get_valid(), 0);
   // The descriptor array ends at the first descriptor of type 0, whatever follows it.
   const DBFieldDesc array[] = {{"Name", T::kText}, {"Reel", T::kText}, {"Stop", T::kNone}, {"After", T::kText}};
   kesta from_array(array);

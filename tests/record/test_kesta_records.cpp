@@ -258,7 +258,7 @@ TEST(KestaSearch, FindFirst) {
 
 const std::vector<DBFieldDesc> kTagFields = {{"Name", T::kText}, {"Reel", T::kText}};
 
-TEST(Tags, SetInvertAndReadValues) {
+TEST(Tags, SetInvertCountAndReadValues) {
   auto db = makeDb(kTagFields, namedRows(3));
   struct Step {
     int set;     // value for set_tag, -1 for invert_tag, -2 for nothing
@@ -276,11 +276,8 @@ TEST(Tags, SetInvertAndReadValues) {
   db->invert_tag(3);
   db->invert_tag(kNone);
   EXPECT_EQ(db->get_num_tags(), 1);
-}
 
-TEST(Tags, AllTagsAndCount) {
-  auto db = makeDb(kTagFields, namedRows(5));
-  EXPECT_EQ(db->get_num_tags(), 0);
+  db = makeDb(kTagFields, namedRows(5));
   db->set_all_tags(2);
   EXPECT_EQ(tagsOf(*db), (std::vector<int>{2, 2, 2, 2, 2}));
   EXPECT_EQ(db->get_num_tags(), 5);
