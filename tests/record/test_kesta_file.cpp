@@ -270,12 +270,6 @@ TEST_F(KestaFile, ExampleLogsLoadAndSaveBackUnchanged) {
   db.set_filename(dir_.wfile("again.kst"));
   EXPECT_EQ(db.save_text(), static_cast<int>(db.get_num_records()));
   EXPECT_EQ(testutil::readFile(dir_.file("again.kst")), original);
-
-  kesta csv(testutil::wide(testutil::example("dailies.csv")), INT_MAX, true);
-  EXPECT_EQ(csv.get_num_fields(), 17u);
-  EXPECT_GE(csv.get_num_records(), 10u);
-  EXPECT_EQ(csv.get_field_type(0), T::kTextS);
-  EXPECT_EQ(csv.findFirst("Reel", "A0", 2), 0);
 }
 
 // Loading a second file into the same database must answer with the new file's columns.
