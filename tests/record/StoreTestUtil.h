@@ -1,8 +1,7 @@
 #ifndef KESTA_TESTS_RECORD_STORETESTUTIL_H
 #define KESTA_TESTS_RECORD_STORETESTUTIL_H
-// Helpers for the tag, sort, merge and query tests: small databases built from tables, column
-// readers, a listener that records "recordsDeleted" texts, and a derived database whose row
-// count is always its full list (so its tagged index is really filled).
+// Small databases built from tables, column and row readers, a "recordsDeleted" listener, and
+// derived databases whose row calls differ from the plain class's.
 
 #include <string>
 #include <utility>
@@ -14,57 +13,71 @@
 namespace storetest {
 
 using Rows = std::vector<std::vector<std::string>>;
+using Strings = std::vector<std::string>;
+using T = DBFieldTypes;
+constexpr unsigned kNone = 0xFFFFFFFFu;
 
-// A database with `fields` and one record per row; texts are stored as given (leading blanks
-// kept), a row shorter than the field list leaves the rest empty.
+// Texts stored as given (leading blanks kept); a short row leaves the rest empty.
+inline void addRows(kesta& db, const Rows& rows) {
+  for (const auto& row : rows) {
+    unsigned r = db.add_records(1);
+    for (unsigned f = 0; f < row.size(); ++f) db.setField(r, f, LightweightString<char>(row[f].data(), row[f].size()));
+  }
+}
 template <class Db = kesta>
 Zr::Ptr<Db> makeDb(const std::vector<DBFieldDesc>& fields, const Rows& rows) {
   Zr::Ptr<Db> db(new Db(fields));
-  for (const auto& row : rows) {
-    unsigned r = db->add_records(1);
-    for (unsigned f = 0; f < row.size(); ++f) db->setField(r, f, LightweightString<char>(row[f].c_str()));
-  }
+  addRows(*db, rows);
   return db;
 }
 
-// Writes each record out and reads it back in place, so that the records of plain lines keep
-// their line, as loaded ones do. False, with nothing read back, when some value would not come
-// back the same (blanks at its ends, a carriage return ...). Changed marks end up set.
+// Rows "r0", "r1" ... in the first column.
+inline Rows namedRows(int n) {
+  Rows rows;
+  for (int i = 0; i < n; ++i) rows.push_back({"r" + std::to_string(i)});
+  return rows;
+}
+
+// Writes each record out and reads it back in place, so plain lines keep their line as loaded
+// records do. False at the first value that would not come back the same.
 inline bool holdAsLines(kesta& db) {
-  std::vector<Zr::Ptr<dbrecord>> records;
-  TextFile lines;
   for (unsigned r = 0; r < db.get_num_records(); ++r) {
-    Zr::Ptr<dbrecord> record = db.get_record(r);
+    Zr::Ptr<dbrecord> record = db.get_record(r), back(new dbrecord(0));
     if (!record) continue;
-    record->write(lines);
-    records.push_back(record);
-  }
-  Zr::Ptr<dbrecord> back(new dbrecord(0));
-  for (const Zr::Ptr<dbrecord>& record : records) {
-    back->read(lines);
+    TextFile line;
+    record->write(line);
+    back->read(line);
     if (back->get_num_fields() != record->get_num_fields()) return false;
     for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
       if (back->fieldView(f) != record->fieldView(f)) return false;
     }
+    line.setReadCursor(0);
+    record->read(line);
   }
-  lines.setReadCursor(0);
-  for (const Zr::Ptr<dbrecord>& record : records) record->read(lines);
   return true;
 }
 
-// Column `field` read row by row through the record source (visible rows only).
-inline std::vector<std::string> columnOf(iKST& db, unsigned field) {
-  std::vector<std::string> out;
-  for (unsigned r = 0; r < db.get_num_records(); ++r) out.emplace_back(db.getField(r, field).c_str());
+// Column `field` of the visible rows; with `tagged`, of those whose tag is non-zero only.
+inline Strings columnOf(iKST& db, unsigned field, bool tagged = false) {
+  Strings out;
+  for (unsigned r = 0; r < db.get_num_records(); ++r) {
+    if (!tagged || db.get_tag(r) > 0) out.emplace_back(db.getField(r, field).c_str());
+  }
   return out;
 }
 
-// Column `field` of the rows whose tag is non-zero.
-inline std::vector<std::string> taggedOf(iKST& db, unsigned field) {
-  std::vector<std::string> out;
+inline Rows rowsOf(kesta& db) {
+  Rows out;
   for (unsigned r = 0; r < db.get_num_records(); ++r) {
-    if (db.get_tag(r) > 0) out.emplace_back(db.getField(r, field).c_str());
+    out.emplace_back();
+    for (unsigned f = 0; f < db.get_num_fields(); ++f) out.back().emplace_back(db.getField(r, f).c_str());
   }
+  return out;
+}
+
+inline std::vector<int> tagsOf(iKST& db) {
+  std::vector<int> out;
+  for (unsigned r = 0; r < db.get_num_records(); ++r) out.push_back(db.get_tag(r));
   return out;
 }
 
@@ -72,7 +85,19 @@ inline void setTags(iKST& db, const std::vector<int>& tags) {
   for (unsigned r = 0; r < tags.size(); ++r) db.set_tag(r, tags[r]);
 }
 
-// Records the text of every "recordsDeleted" message the database issues while it lives.
+inline Strings namesOf(const kesta& db) {
+  Strings out;
+  for (unsigned f = 0; f < db.get_num_fields(); ++f) out.emplace_back(db.get_fieldname(f));
+  return out;
+}
+
+inline Strings paramsOf(const KSTBase& db) {
+  Strings out;
+  for (const Zr::AttribValuePair& p : db.params()) out.push_back(std::string(p.name().c_str()) + "=" + p.value().c_str());
+  return out;
+}
+
+// The text of every "recordsDeleted" message the database issues while this lives.
 class DeletionLog {
  public:
   explicit DeletionLog(kesta& db)
@@ -82,21 +107,21 @@ class DeletionLog {
     texts.emplace_back(msg.text().c_str());
     return 0;
   }
-  std::vector<std::string> texts;
+  Strings texts;
 
  private:
   Zr::Ptr<Zr::Guard> guard_;
 };
 
-// A derived record source whose row count is its full list even while only tagged records are
-// shown, so index_tags walks every record.
+// Its row count is its full list even while only tagged records show, so index_tags walks
+// every record.
 class FullCountKesta : public kesta {
  public:
   using kesta::kesta;
   unsigned get_num_records() const override { return static_cast<unsigned>(records().size()); }
 };
 
-// A plain database that logs its delete_records calls.
+// Logs its delete_records calls.
 class DeleteSpyKesta : public kesta {
  public:
   using kesta::kesta;
