@@ -177,7 +177,6 @@ class Harness {
   int reloads() const { return reloads_; }
 
  private:
-  // --------------------------------------------------------------------- set-up
   void attachDatabaseProbe() {
     probes_.push_back(std::make_unique<Probe>(*db_, viewmodel::kDatabase, log_));
     model_.addProbes(viewmodel::kDatabase);
@@ -231,7 +230,6 @@ class Harness {
     }
   }
 
-  // ------------------------------------------------------------- the database
   Values valuesAt(int full_row) const {
     const std::size_t r = static_cast<std::size_t>(full_row);
     if (full_row < 0 || model_.records[r] == kNoRecord) return {};
@@ -441,7 +439,6 @@ class Harness {
     }
   }
 
-  // ------------------------------------------------------------------- views
   void sortView(int v, std::ostringstream& what) {
     KSTViewRep& view = *views_[static_cast<std::size_t>(v)];
     const int field = pick(-2, 2), order = pick(0, 1);

@@ -91,7 +91,6 @@ class World {
     view_listeners_.clear();
   }
 
-  // ------------------------------------------------------------ names and probes
   static std::string name(int object) { return object == kDatabase ? "db" : "v" + std::to_string(object); }
   static const char* typeName(Type type) { return type == Type::kDeleted ? "recordsDeleted" : "recordsChanged"; }
   static std::string entry(int object, Type type, const std::string& text) {
@@ -126,7 +125,6 @@ class World {
     }
   }
 
-  // ------------------------------------------------------------------- sources
   int sourceCount(int v) const {
     const View& view = views[v];
     if (view.base >= 0) return views[view.base].count;
@@ -149,7 +147,6 @@ class World {
     return sourceRecord(v, views[v].slots[static_cast<std::size_t>(row)].row);
   }
 
-  // --------------------------------------------------------------------- chaining
   void chain(int v, int base) {
     if (base == views[v].base) return;
     clear(v);
@@ -183,7 +180,6 @@ class World {
     views[v].count = 0;
   }
 
-  // --------------------------------------------------------------- the index array
   void sizeFor(int v, int wanted, int copy_limit) {
     std::vector<Slot>& slots = views[v].slots;
     if (wanted == 0) {
@@ -330,7 +326,6 @@ class World {
     return rows;
   }
 
-  // ---------------------------------------------------------------- tags of views
   void setTag(int v, int row, bool on) {
     if (row >= 0 && row < views[v].count) views[v].slots[static_cast<std::size_t>(row)].tag = on;
   }
@@ -346,7 +341,6 @@ class World {
     for (int i = 0; i < views[v].count; ++i) setTag(v, i, !tag(v, i));
   }
 
-  // -------------------------------------------------------------------- removal
   void remove(int v, int row, int count) {
     View& view = views[v];
     const int rows = view.count;
@@ -400,7 +394,6 @@ class World {
     }
   }
 
-  // ------------------------------------------------------------- the database
   // Row numbers address the tagged index while show-tags-only is on.
   int visibleCount() const { return static_cast<int>(show_tags_only ? tagged.size() : records.size()); }
   int visibleRecord(int row) const {
@@ -553,7 +546,6 @@ class World {
     tag_texts.erase(tag_texts.begin() + first, tag_texts.begin() + first + count);
   }
 
-  // ------------------------------------------------------- deleting through views
   int run(int v, int row, int n) const {
     if (row >= n - 1) return 1;
     int length = 1;

@@ -73,14 +73,29 @@ inline int label(kesta& db, int next) {
   return next;
 }
 
-// The raw entries of a view, as "row:tag" words, for messages.
-inline std::string describe(KSTViewRep& view) {
-  std::string out;
-  for (int i = 0; i < static_cast<int>(view.get_num_records()); ++i) {
-    out += std::to_string(view.sourceRow(i)) + ":" + std::to_string(view.get_tag(static_cast<unsigned>(i))) + " ";
-  }
+// The identities a view or database shows, row by row.
+template <class Source>
+std::vector<int> shown(Source& source) {
+  std::vector<int> ids;
+  for (unsigned r = 0; r < source.get_num_records(); ++r) ids.push_back(identity(source.get_record(r)));
+  return ids;
+}
+
+inline std::vector<std::string> params(KSTBase& object) {
+  std::vector<std::string> out;
+  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
   return out;
 }
+
+// A view held by the test for the scope.
+struct Held {
+  explicit Held(KSTViewRep* v) : view(v) { view->addUse(); }
+  ~Held() { view->releaseUse(); }
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+  KSTViewRep* operator->() const { return view; }
+  KSTViewRep* view;
+};
 
 }  // namespace viewprobe
 

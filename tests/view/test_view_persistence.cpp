@@ -57,11 +57,7 @@ std::vector<std::string> column(iKST& source, unsigned field) {
   return out;
 }
 
-std::vector<std::string> params(KSTBase& object) {
-  std::vector<std::string> out;
-  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
-  return out;
-}
+using viewprobe::params;
 
 // Everything observable about a database's records: every field, the tag and the changed mark.
 std::vector<std::string> snapshot(kesta& db) {

@@ -44,15 +44,7 @@ Zr::Ptr<ScriptedKesta> namedDatabase(const std::vector<const char*>& names) {
   return db;
 }
 
-// A view held by the test, released at the end of the scope.
-struct Held {
-  explicit Held(KSTViewRep* v) : view(v) { view->addUse(); }
-  ~Held() { view->releaseUse(); }
-  Held(const Held&) = delete;
-  Held& operator=(const Held&) = delete;
-  KSTViewRep* operator->() const { return view; }
-  KSTViewRep* view;
-};
+using viewprobe::Held;
 
 std::vector<int> flags(KSTViewRep& view) {
   std::vector<int> out;
