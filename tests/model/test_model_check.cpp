@@ -20,6 +20,7 @@
 #include <memory>
 #include <random>
 #include <sstream>
+#include <string_view>
 
 #include "common/TestUtil.h"
 #include "model/SortRules.h"
@@ -100,76 +101,52 @@ class Harness {
   // Empty when both sides agree; otherwise the first difference.
   std::string compare() {
     if (!failure_.empty()) return failure_;
-    std::ostringstream diff;
     const RecordList& all = db_->all();
-    if (all.size() != model_.records.size()) {
-      diff << "database holds " << all.size() << " entries, model " << model_.records.size();
-      return diff.str();
-    }
+    if (differs(all.size(), model_.records.size(), "database entries")) return failure_;
     for (std::size_t r = 0; r < all.size(); ++r) {
       const int id = viewprobe::identity(all[r]);
-      if (id != model_.records[r]) return "database row " + std::to_string(r) + " is " + std::to_string(id);
-      if (id == kNoRecord) continue;
-      if (all[r]->get_field(1) != model_.names[r] || all[r]->get_field(2) != model_.tag_texts[r] ||
-          all[r]->get_tag() != model_.tags[r]) {
-        diff << "database row " << r << " holds \"" << all[r]->get_field(1) << "\", \"" << all[r]->get_field(2)
-             << "\", tag " << int(all[r]->get_tag()) << "; model \"" << model_.names[r] << "\", \""
-             << model_.tag_texts[r] << "\", tag " << model_.tags[r];
-        return diff.str();
-      }
+      if (differs(id, model_.records[r], "database row", r)) return failure_;
+      if (id != kNoRecord && (differs(std::string_view(all[r]->get_field(1)), model_.names[r], "name of row", r) ||
+                              differs(std::string_view(all[r]->get_field(2)), model_.tag_texts[r], "Tag of row", r) ||
+                              differs(int(all[r]->get_tag()), model_.tags[r], "tag of row", r)))
+        return failure_;
     }
-    if ((db_->get_show_tags_only() != 0) != model_.show_tags_only) return "show-tags-only differs";
-    if (static_cast<int>(db_->get_num_records()) != model_.visibleCount()) {
-      diff << "database shows " << db_->get_num_records() << " rows, model " << model_.visibleCount();
-      return diff.str();
-    }
+    if (differs(db_->get_show_tags_only() != 0, model_.show_tags_only, "show-tags-only") ||
+        differs(int(db_->get_num_records()), model_.visibleCount(), "visible rows") ||
+        differs(db_->get_num_tags(), model_.dbNumTags(), "tag count"))
+      return failure_;
     for (int row = 0; row < model_.visibleCount(); ++row) {
-      if (viewprobe::identity(db_->get_record(static_cast<unsigned>(row))) != model_.visibleRecord(row))
-        return "visible row " + std::to_string(row);
+      if (differs(viewprobe::identity(db_->get_record(unsigned(row))), model_.visibleRecord(row), "visible row", row))
+        return failure_;
     }
-    if (db_->get_num_tags() != model_.dbNumTags()) return "tag count differs";
-
     std::vector<const KSTViewRep*> live;
     for (std::size_t v = 0; v < views_.size(); ++v) {
       const World::View& expected = model_.views[v];
       if (!expected.alive) continue;
       KSTViewRep& view = *views_[v];
       live.push_back(&view);
-      const std::string name = "view " + std::to_string(v) + ": ";
-      if (view.useCount() != expected.uses) {
-        diff << name << view.useCount() << " uses, model " << expected.uses;
-        return diff.str();
-      }
-      if (static_cast<int>(view.get_num_records()) != expected.count) {
-        diff << name << view.get_num_records() << " rows, model " << expected.count;
-        return diff.str();
-      }
-      if (view.capacity() != static_cast<int>(expected.slots.size())) {
-        diff << name << "capacity " << view.capacity() << ", model " << expected.slots.size();
-        return diff.str();
-      }
+      if (differs(view.useCount(), expected.uses, "uses of view", v) ||
+          differs(int(view.get_num_records()), expected.count, "rows of view", v) ||
+          differs(view.capacity(), int(expected.slots.size()), "capacity of view", v))
+        return failure_;
       for (int i = 0; i < expected.count; ++i) {
-        const Slot& slot = expected.slots[static_cast<std::size_t>(i)];
-        const int shown = viewprobe::identity(view.get_record(static_cast<unsigned>(i)));
-        if (view.sourceRow(i) != slot.row || view.get_tag(static_cast<unsigned>(i)) != slot.tag ||
-            shown != model_.rowRecord(static_cast<int>(v), i)) {
-          diff << name << "row " << i << " is " << view.sourceRow(i) << ":" << view.get_tag(static_cast<unsigned>(i))
-               << " showing " << shown << ", model " << slot.row << ":" << int(slot.tag) << " showing "
-               << model_.rowRecord(static_cast<int>(v), i);
-          return diff.str();
-        }
+        const Slot& slot = expected.slots[std::size_t(i)];
+        if (differs(view.sourceRow(i), slot.row, "view", v, "row", i) ||
+            differs(view.get_tag(unsigned(i)), int(slot.tag), "view", v, "tag", i) ||
+            differs(viewprobe::identity(view.get_record(unsigned(i))), model_.rowRecord(int(v), i), "view", v,
+                    "shows at", i))
+          return failure_;
       }
     }
     std::string why;
     if (!KestaDebug::checkWithViews(*db_, live, &why)) return why;
-    if (log_ != model_.log) {
-      std::size_t i = 0;
-      while (i < log_.size() && i < model_.log.size() && log_[i] == model_.log[i]) ++i;
-      diff << "message " << i << ": heard \"" << (i < log_.size() ? log_[i] : "<nothing>") << "\", model \""
-           << (i < model_.log.size() ? model_.log[i] : "<nothing>") << "\"";
-      return diff.str();
+    std::size_t i = 0;
+    while (i < log_.size() && i < model_.log.size() && log_[i] == model_.log[i]) ++i;
+    if (i < log_.size() || i < model_.log.size()) {
+      differs(i < log_.size() ? log_[i] : "<nothing>", i < model_.log.size() ? model_.log[i] : "<nothing>", "message",
+              i);
     }
-    return {};
+    return failure_;
   }
 
   std::size_t messages() const { return heard_ + log_.size(); }
@@ -177,6 +154,17 @@ class Harness {
   int reloads() const { return reloads_; }
 
  private:
+  // Notes the first difference found, in the words of the places given.
+  template <class A, class B, class... Where>
+  bool differs(const A& real, const B& model, const Where&... where) {
+    if (real == model) return false;
+    std::ostringstream text;
+    ((text << where << ' '), ...);
+    text << "is \"" << real << "\", model \"" << model << "\"";
+    failure_ = text.str();
+    return true;
+  }
+
   void attachDatabaseProbe() {
     probes_.push_back(std::make_unique<Probe>(*db_, viewmodel::kDatabase, log_));
     model_.addProbes(viewmodel::kDatabase);
@@ -193,7 +181,7 @@ class Harness {
     probes_.push_back(std::make_unique<Probe>(*view, v, log_));
     if (!held.empty() && pick(0, 1)) {
       const int base = held[static_cast<std::size_t>(pick(0, static_cast<int>(held.size()) - 1))];
-      view->baseView(views_[static_cast<std::size_t>(base)]);
+      view->baseView(views_[base]);
       model_.chain(v, base);
     }
     view->displayAllRecords();
@@ -217,8 +205,8 @@ class Harness {
   }
 
   void drop(int v) {
-    held_[static_cast<std::size_t>(v)] = false;
-    views_[static_cast<std::size_t>(v)]->releaseUse();
+    held_[v] = false;
+    views_[v]->releaseUse();
     model_.release(v);
   }
 
@@ -226,7 +214,7 @@ class Harness {
   // on a dead base.
   void releaseViews() {
     for (int v = static_cast<int>(views_.size()) - 1; v >= 0; --v) {
-      if (held_[static_cast<std::size_t>(v)]) drop(v);
+      if (held_[v]) drop(v);
     }
   }
 
@@ -440,13 +428,13 @@ class Harness {
   }
 
   void sortView(int v, std::ostringstream& what) {
-    KSTViewRep& view = *views_[static_cast<std::size_t>(v)];
+    KSTViewRep& view = *views_[v];
     const int field = pick(-2, 2), order = pick(0, 1);
-    World::View& model = model_.views[static_cast<std::size_t>(v)];
+    World::View& model = model_.views[v];
     std::vector<std::pair<uint32_t, uint8_t>> before;
     bool all_present = true;
     for (int i = 0; i < model.count; ++i) {
-      before.emplace_back(model.slots[static_cast<std::size_t>(i)].row, model.slots[static_cast<std::size_t>(i)].tag);
+      before.emplace_back(model.slots[i].row, model.slots[i].tag);
       all_present = all_present && model_.rowRecord(v, i) != kNoRecord;
     }
     view.sort(field, order);
@@ -468,8 +456,7 @@ class Harness {
       return;
     }
     for (int i = 0; i < model.count; ++i) {
-      model.slots[static_cast<std::size_t>(i)] =
-          Slot{after[static_cast<std::size_t>(i)].first, after[static_cast<std::size_t>(i)].second};
+      model.slots[i] = Slot{after[i].first, after[i].second};
     }
     // A missing record compares level with everything, which orders nothing.
     if (!all_present) return;
@@ -486,7 +473,7 @@ class Harness {
     what << "copyWithNewBaseView()";
     std::vector<int> shown;
     const std::vector<Slot> expected = model_.copyOnNewDatabase(v, shown);
-    KSTView copy(views_[static_cast<std::size_t>(v)]->copyWithNewBaseView());
+    KSTView copy(views_[v]->copyWithNewBaseView());
     if (!copy || static_cast<int>(copy->get_num_records()) != static_cast<int>(expected.size())) {
       failure_ = "the copy on a new database has the wrong rows";
       return;
@@ -506,8 +493,8 @@ class Harness {
   void viewStep(std::ostringstream& what) {
     const std::vector<int> held = heldViews();
     const int v = held[static_cast<std::size_t>(pick(0, static_cast<int>(held.size()) - 1))];
-    KSTViewRep& view = *views_[static_cast<std::size_t>(v)];
-    const int rows = model_.views[static_cast<std::size_t>(v)].count;
+    KSTViewRep& view = *views_[v];
+    const int rows = model_.views[v].count;
     const int source = model_.sourceCount(v);
     what << "v" << v << ".";
     switch (pick(0, 24)) {
@@ -632,7 +619,7 @@ class Harness {
         const int base = earlier.empty() || pick(0, 2) == 0
                              ? -1
                              : earlier[static_cast<std::size_t>(pick(0, static_cast<int>(earlier.size()) - 1))];
-        view.baseView(base >= 0 ? views_[static_cast<std::size_t>(base)] : nullptr);
+        view.baseView(base >= 0 ? views_[base] : nullptr);
         model_.chain(v, base);
         what << "baseView(" << base << ")";
         break;

@@ -137,14 +137,14 @@ class World {
     const View& view = views[v];
     if (view.base >= 0) {
       if (row < 0 || row >= views[view.base].count) return kNoRecord;
-      return sourceRecord(view.base, views[view.base].slots[static_cast<std::size_t>(row)].row);
+      return sourceRecord(view.base, views[view.base].slots[row].row);
     }
     if (!view.attached || row < 0 || row >= visibleCount()) return kNoRecord;
     return visibleRecord(static_cast<int>(row));
   }
   int rowRecord(int v, int row) const {
     if (row < 0 || row >= views[v].count) return kNoRecord;
-    return sourceRecord(v, views[v].slots[static_cast<std::size_t>(row)].row);
+    return sourceRecord(v, views[v].slots[row].row);
   }
 
   void chain(int v, int base) {
@@ -197,7 +197,7 @@ class World {
     if (resized == capacity) return;
     std::vector<Slot> fresh(static_cast<std::size_t>(resized));
     const int copied = resized < copy_limit ? target : copy_limit;
-    for (int i = 0; i < copied; ++i) fresh[static_cast<std::size_t>(i)] = slots[static_cast<std::size_t>(i)];
+    for (int i = 0; i < copied; ++i) fresh[i] = slots[i];
     slots = fresh;
   }
 
@@ -206,9 +206,9 @@ class World {
     View& view = views[v];
     sizeFor(v, view.count + count, view.count);
     for (int i = view.count - 1; i >= at; --i) {
-      Slot moved = view.slots[static_cast<std::size_t>(i)];
+      Slot moved = view.slots[i];
       moved.row += shift;
-      view.slots[static_cast<std::size_t>(i + count)] = moved;
+      view.slots[i + count] = moved;
     }
     for (std::size_t i = 0; i < rows.size(); ++i) view.slots[static_cast<std::size_t>(at) + i].row = rows[i];
     view.count += count;
@@ -240,8 +240,7 @@ class World {
 
   int sourceTag(int v, int row) const {
     const View& view = views[v];
-    if (view.base >= 0)
-      return row < views[view.base].count ? views[view.base].slots[static_cast<std::size_t>(row)].tag : 0;
+    if (view.base >= 0) return row < views[view.base].count ? views[view.base].slots[row].tag : 0;
     return dbTag(row);
   }
 
@@ -260,7 +259,7 @@ class World {
   // The database row of a view row, down the chain; 0 out of range.
   int64_t baseIndex(int v, int64_t row) const {
     if (!hasSource(v) || row < 0 || row >= views[v].count) return 0;
-    const uint32_t entry = views[v].slots[static_cast<std::size_t>(row)].row;
+    const uint32_t entry = views[v].slots[row].row;
     if (views[v].base >= 0) return baseIndex(views[v].base, static_cast<int32_t>(entry));
     return static_cast<int32_t>(entry);
   }
@@ -300,7 +299,7 @@ class World {
     } else {
       displayAllFrom(c, v, 0);
     }
-    for (int i = 0; i < views[v].count; ++i) setTag(c, i, views[v].slots[static_cast<std::size_t>(i)].tag != 0);
+    for (int i = 0; i < views[v].count; ++i) setTag(c, i, views[v].slots[i].tag != 0);
     return c;
   }
 
@@ -327,11 +326,9 @@ class World {
   }
 
   void setTag(int v, int row, bool on) {
-    if (row >= 0 && row < views[v].count) views[v].slots[static_cast<std::size_t>(row)].tag = on;
+    if (row >= 0 && row < views[v].count) views[v].slots[row].tag = on;
   }
-  bool tag(int v, int row) const {
-    return row >= 0 && row < views[v].count && views[v].slots[static_cast<std::size_t>(row)].tag;
-  }
+  bool tag(int v, int row) const { return row >= 0 && row < views[v].count && views[v].slots[row].tag; }
   void tagAll(int v, bool on) {
     if (!hasSource(v)) return;
     for (int i = 0; i < views[v].count; ++i) setTag(v, i, on);
@@ -349,8 +346,7 @@ class World {
     if (row + count > rows) {
       count = rows - row;
     } else {
-      for (int i = row; i + count < rows; ++i)
-        view.slots[static_cast<std::size_t>(i)] = view.slots[static_cast<std::size_t>(i + count)];
+      for (int i = row; i + count < rows; ++i) view.slots[i] = view.slots[i + count];
     }
     sizeFor(v, rows - count, rows);
     view.count = rows - count;
@@ -374,7 +370,7 @@ class World {
       const int64_t named = std::strtol(token.c_str(), nullptr, 10) - k;
       int j = 0;
       while (j < views[v].count) {
-        Slot& slot = views[v].slots[static_cast<std::size_t>(j)];
+        Slot& slot = views[v].slots[j];
         if (static_cast<int64_t>(slot.row) > named) {
           slot.row -= 1;
           ++j;
@@ -396,9 +392,7 @@ class World {
 
   // Row numbers address the tagged index while show-tags-only is on.
   int visibleCount() const { return static_cast<int>(show_tags_only ? tagged.size() : records.size()); }
-  int visibleRecord(int row) const {
-    return show_tags_only ? tagged[static_cast<std::size_t>(row)] : records[static_cast<std::size_t>(row)];
-  }
+  int visibleRecord(int row) const { return show_tags_only ? tagged[row] : records[row]; }
   // The full-list row of a record; -1 when none.
   int rowOf(int id) const {
     if (id == kNoRecord) return -1;
@@ -411,11 +405,11 @@ class World {
   int recordRow(int64_t row) const {
     if (row < 0 || row >= visibleCount()) return -1;
     return show_tags_only ? rowOf(visibleRecord(static_cast<int>(row)))
-                          : (records[static_cast<std::size_t>(row)] == kNoRecord ? -1 : static_cast<int>(row));
+                          : (records[row] == kNoRecord ? -1 : static_cast<int>(row));
   }
   int dbTag(int64_t row) const {
     const int r = recordRow(row);
-    return r < 0 ? -1 : tags[static_cast<std::size_t>(r)];
+    return r < 0 ? -1 : tags[r];
   }
   int dbNumTags() const {
     int n = 0;
@@ -451,11 +445,11 @@ class World {
 
   void dbSetTag(int64_t row, int value) {
     const int r = recordRow(row);
-    if (r >= 0) tags[static_cast<std::size_t>(r)] = value & 0xFF;
+    if (r >= 0) tags[r] = value & 0xFF;
   }
   void dbInvertTag(int64_t row) {
     const int r = recordRow(row);
-    if (r >= 0) tags[static_cast<std::size_t>(r)] = tags[static_cast<std::size_t>(r)] == 0 ? 1 : 0;
+    if (r >= 0) tags[r] = tags[r] == 0 ? 1 : 0;
   }
   void dbSetAllTags(int value) {
     for (int row = 0; row < visibleCount(); ++row) dbSetTag(row, value);
@@ -468,7 +462,7 @@ class World {
   }
   void dbSetName(int64_t row, const std::string& name) {
     const int r = recordRow(row);
-    if (r >= 0) names[static_cast<std::size_t>(r)] = name;
+    if (r >= 0) names[r] = name;
   }
 
   // The walk below is bounded by the visible count, which reads the index being rebuilt: on
@@ -492,7 +486,7 @@ class World {
     int deleted = 0;
     int first = 0, length = 0, row = 0;
     while (row < static_cast<int>(records.size())) {
-      const bool one = records[static_cast<std::size_t>(row)] != kNoRecord && tags[static_cast<std::size_t>(row)] == 1;
+      const bool one = records[row] != kNoRecord && tags[row] == 1;
       if (one) {
         if (length == 0) first = row;
         ++length;
@@ -529,9 +523,9 @@ class World {
     std::vector<std::string> new_names, new_texts;
     for (int id : ids) {
       const int r = id == kNoRecord ? -1 : rowOf(id);
-      new_tags.push_back(r < 0 ? 0 : tags[static_cast<std::size_t>(r)]);
-      new_names.push_back(r < 0 ? std::string() : names[static_cast<std::size_t>(r)]);
-      new_texts.push_back(r < 0 ? std::string() : tag_texts[static_cast<std::size_t>(r)]);
+      new_tags.push_back(r < 0 ? 0 : tags[r]);
+      new_names.push_back(r < 0 ? std::string() : names[r]);
+      new_texts.push_back(r < 0 ? std::string() : tag_texts[r]);
     }
     records = ids;
     tags = new_tags;
@@ -550,8 +544,8 @@ class World {
     if (row >= n - 1) return 1;
     int length = 1;
     const std::vector<Slot>& s = views[v].slots;
-    while (length < n - row && static_cast<uint64_t>(s[static_cast<std::size_t>(row + length)].row) ==
-                                   static_cast<uint64_t>(s[static_cast<std::size_t>(row + length - 1)].row) + 1) {
+    while (length < n - row &&
+           static_cast<uint64_t>(s[row + length].row) == static_cast<uint64_t>(s[row + length - 1].row) + 1) {
       ++length;
     }
     return length;
@@ -563,7 +557,7 @@ class World {
       const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
       if (n < 1) return;
       const int length = run(v, row, n);
-      const uint32_t first = views[v].slots[static_cast<std::size_t>(row)].row;
+      const uint32_t first = views[v].slots[row].row;
       if (views[v].base >= 0) {
         deleteRecords(views[v].base, static_cast<int>(first), length);
       } else {
@@ -584,7 +578,7 @@ class World {
         return;
       }
       const int length = run(v, row, n);
-      removeFromBase(views[v].base, static_cast<int>(views[v].slots[static_cast<std::size_t>(row)].row), length);
+      removeFromBase(views[v].base, static_cast<int>(views[v].slots[row].row), length);
       count = n - length;
       if (count <= 0) return;
     }
@@ -616,7 +610,7 @@ class World {
     at = clamp(v, at);
     uint32_t first;
     if (at < views[v].count) {
-      first = views[v].slots[static_cast<std::size_t>(at)].row;
+      first = views[v].slots[at].row;
       if (views[v].base >= 0) {
         insertBlank(views[v].base, static_cast<int>(first), count);
       } else {
@@ -640,7 +634,7 @@ class World {
     if (object == kDatabase) return db_listeners_;
     if (view_listeners_.size() <= static_cast<std::size_t>(object))
       view_listeners_.resize(static_cast<std::size_t>(object) + 1);
-    return view_listeners_[static_cast<std::size_t>(object)];
+    return view_listeners_[object];
   }
 
   int add(int object, int view) {

@@ -12,9 +12,6 @@ using viewprobe::Held;
 using viewprobe::params;
 using viewprobe::shown;
 
-
-
-
 TEST(ViewCore, NewViewIsEmptyAndCarriesTheDatabasesParameters) {
   Zr::Ptr<kesta> db = viewprobe::makeDatabase(4);
   db->set_filename(LightweightString<wchar_t>(L"day1.kst"));
@@ -38,32 +35,6 @@ TEST(ViewCore, NewViewIsEmptyAndCarriesTheDatabasesParameters) {
   chained->internRevision();
   chained->internRevision();
   EXPECT_EQ(params(*chained.view), (std::vector<std::string>{"KESTA=Rev 1"}));
-}
-
-TEST(ViewCore, UsesKeepViewsAliveAndReleaseDeregisters) {
-  Zr::Ptr<kesta> db = viewprobe::makeDatabase(3);
-  const std::size_t before = db->listenerCount();
-  KSTViewRep* base = new KSTViewRep(db.get());
-  base->addUse();
-  KSTViewRep* outer = new KSTViewRep(db.get());
-  outer->addUse();
-  outer->baseView(base);
-  EXPECT_EQ(db->listenerCount(), before + 2);
-  EXPECT_EQ(base->useCount(), 2u);
-  EXPECT_EQ(base->listenerCount(), 1u);
-  base->releaseUse();  // the chained view still holds it
-  EXPECT_EQ(base->useCount(), 1u);
-  base->displayAllRecords();
-  outer->displayAllRecords();
-  EXPECT_EQ(shown(*outer), (std::vector<int>{0, 1, 2}));
-  outer->releaseUse();  // destroys the outer view, which lets the base view go too
-  EXPECT_EQ(db->listenerCount(), before);
-
-  // A view handed out with no use dies at its first release.
-  KSTViewRep* loose = new KSTViewRep(db.get());
-  EXPECT_EQ(db->listenerCount(), before + 1);
-  loose->releaseUse();
-  EXPECT_EQ(db->listenerCount(), before);
 }
 
 TEST(ViewCore, RowsMapThroughTheChain) {

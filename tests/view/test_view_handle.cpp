@@ -230,7 +230,9 @@ TEST(ViewCursor, FindLooksAtEveryRowByRecordIdentity) {
   // Not limited to tagged rows; stops at the first row showing the record; a record with the
   // same texts is not the same record.
   Zr::Ptr<dbrecord> twin(new dbrecord(*db->get_record(4)));
-  for (auto [record, row] : {std::pair{db->get_record(3).get(), 0}, {db->get_record(1).get(), 2}, {twin.get(), -1},
+  for (auto [record, row] : {std::pair{db->get_record(3).get(), 0},
+                             {db->get_record(1).get(), 2},
+                             {twin.get(), -1},
                              {db->get_record(0).get(), -1}}) {
     cursor.set_index(1);
     EXPECT_EQ(cursor.find(record), row);

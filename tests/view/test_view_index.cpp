@@ -26,7 +26,9 @@ class IndexPair {
   // Rows near the wrap, 0, or small.
   uint32_t value() {
     const int kind = pick(0, 5);
-    return kind == 0 ? 4294967295u - static_cast<uint32_t>(pick(0, 3)) : kind == 1 ? 0 : static_cast<uint32_t>(pick(0, 60));
+    return kind == 0   ? 4294967295u - static_cast<uint32_t>(pick(0, 3))
+           : kind == 1 ? 0
+                       : static_cast<uint32_t>(pick(0, 60));
   }
 
   void insert(int at, int n, bool sorted, int written, uint32_t shift) {
@@ -85,11 +87,11 @@ class IndexPair {
           const int i = pick(0, size - 1);
           const uint8_t tag = static_cast<uint8_t>(pick(0, 1));
           index_.setTag(i, tag);
-          slots()[static_cast<std::size_t>(i)].tag = tag;
+          slots()[i].tag = tag;
           if (pick(0, 1)) {
             const uint32_t row = value();
             index_.setRow(i, row);
-            slots()[static_cast<std::size_t>(i)].row = row;
+            slots()[i].row = row;
           }
         }
         what << "set rows and tags";
@@ -99,17 +101,17 @@ class IndexPair {
         const int64_t threshold = pick(-2, 62);
         index_.decrementAbove(from, to, threshold);
         for (int i = std::max(from, 0); i < std::min(to, size); ++i) {
-          if (slots()[static_cast<std::size_t>(i)].row > threshold) --slots()[static_cast<std::size_t>(i)].row;
+          if (slots()[i].row > threshold) --slots()[i].row;
         }
         what << "decrementAbove(" << from << ", " << to << ", " << threshold << ")";
         break;
       }
       case 7: {
         std::vector<ViewIndex::Entry> live;
-        for (int i = 0; i < size; ++i) live.push_back({slots()[static_cast<std::size_t>(i)].row, slots()[static_cast<std::size_t>(i)].tag});
+        for (int i = 0; i < size; ++i) live.push_back({slots()[i].row, slots()[i].tag});
         std::shuffle(live.begin(), live.end(), rng_);
         index_.assign(live);
-        for (int i = 0; i < size; ++i) slots()[static_cast<std::size_t>(i)] = Slot{live[static_cast<std::size_t>(i)].row, live[static_cast<std::size_t>(i)].tag};
+        for (int i = 0; i < size; ++i) slots()[i] = Slot{live[i].row, live[i].tag};
         what << "assign(shuffled)";
         break;
       }
@@ -153,13 +155,13 @@ class IndexPair {
     }
     for (int k = 0; k < 4 && count() > 0; ++k) {
       const int i = pick(0, count() - 1);
-      const Slot& slot = slots()[static_cast<std::size_t>(i)];
+      const Slot& slot = slots()[i];
       if (index_.row(i) != slot.row || index_.tag(i) != slot.tag) return "point read of entry " + std::to_string(i);
       const int64_t probe = pick(0, 3) ? slot.row : pick(-1, 70);
       const int from = pick(0, count());
       int expected = -1;
       for (int j = from; j < count() && expected < 0; ++j) {
-        if (slots()[static_cast<std::size_t>(j)].row == probe) expected = j;
+        if (slots()[j].row == probe) expected = j;
       }
       if (index_.findEqual(from, probe) != expected)
         return "findEqual(" + std::to_string(from) + ", " + std::to_string(probe) + ")";
@@ -194,7 +196,7 @@ TEST(ViewIndex, RemovalsOneAtATimeAllocateInProportionToTheRows) {
   ViewIndex index;
   index.sizeFor(kRows, 0);
   std::vector<uint32_t> rows(kRows);
-  for (int i = 0; i < kRows; ++i) rows[static_cast<std::size_t>(i)] = static_cast<uint32_t>(i);
+  for (int i = 0; i < kRows; ++i) rows[i] = static_cast<uint32_t>(i);
   index.insertSlots(0, kRows, rows.data(), kRows, 0);
   std::size_t bytes = 0;
   {
