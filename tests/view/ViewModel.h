@@ -1,29 +1,20 @@
 #ifndef KESTA_TESTS_VIEW_VIEWMODEL_H
 #define KESTA_TESTS_VIEW_VIEWMODEL_H
 // A reference model of a database and its views, written to be obviously right rather than
-// fast: the database is a vector of record identities, each view a flat vector of index
-// slots (row, tag) whose size is the capacity, every walk is the plain loop, and every
-// notifier a list of registrations delivered in order. Tests run the same operations on the
-// model and on the real classes and compare everything observable: rows, tags, capacities,
-// the records each row shows, and every message each listener hears, in order.
-//
-// The model follows the deletion protocol as the views implement it, not an ideal view: a
-// view chained on another hears each loss twice (the base view's removal and its summary),
-// and hears its database's deletions in database rows as well.
-//
-// The database side models what views and the model check of database operations see: each
-// row's Name and Tag texts beside its tag, the show-tags-only mode with its tagged index (the
-// database's row numbers then address that index, and structural operations refuse), and
-// the sort fields. Views carry their use counts: a view dies when its last use goes, and with
-// it its registrations and its use of its base view.
-//
-// Identities: every record carries an id; a database entry without a record is kNoRecord,
-// a record not yet labelled is kUnlabelled (the test labels new records after each step, in
-// row order, on both sides).
+// fast: records are identities in a vector, each view a flat vector of slots (row, tag) whose
+// size is the capacity, every walk the plain loop, every notifier a list of registrations
+// delivered in order. Tests run the same operations here and on the real classes and compare
+// rows, tags, capacities, use counts, the records shown and every message heard, in order.
+// It follows the deletion protocol as the views implement it: a view chained on another hears
+// each loss twice (the base view's removal and its summary), and its database's deletions in
+// database rows as well. Database row numbers address the tagged index while show-tags-only
+// is on. A record not yet labelled is kUnlabelled; the test labels new records after each
+// step, in row order, on both sides.
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,7 +42,6 @@ class World {
 
   struct View {
     int base = -1;
-    bool attached = true;     // to the database
     std::vector<Slot> slots;  // size() is the capacity
     int count = 0;
     int db_registration = -1;
@@ -128,9 +118,8 @@ class World {
   int sourceCount(int v) const {
     const View& view = views[v];
     if (view.base >= 0) return views[view.base].count;
-    return view.attached ? visibleCount() : 0;
+    return visibleCount();
   }
-  bool hasSource(int v) const { return views[v].base >= 0 || views[v].attached; }
 
   // The identity of the record a source row shows; kNoRecord when none.
   int sourceRecord(int v, int64_t row) const {
@@ -139,7 +128,7 @@ class World {
       if (row < 0 || row >= views[view.base].count) return kNoRecord;
       return sourceRecord(view.base, views[view.base].slots[row].row);
     }
-    if (!view.attached || row < 0 || row >= visibleCount()) return kNoRecord;
+    if (row < 0 || row >= visibleCount()) return kNoRecord;
     return visibleRecord(static_cast<int>(row));
   }
   int rowRecord(int v, int row) const {
@@ -220,7 +209,6 @@ class World {
 
   void buildIndex(int v) {
     views[v].count = 0;
-    if (!hasSource(v)) return;
     for (int r = 0; r < sourceCount(v); ++r) append(v, static_cast<uint32_t>(r));
   }
 
@@ -233,7 +221,6 @@ class World {
   }
 
   void displayAll(int v) {
-    if (!hasSource(v)) return;
     remove(v, 0, views[v].count);
     displayRecordsAt(v, 0, sourceCount(v), 0);
   }
@@ -245,20 +232,17 @@ class World {
   }
 
   int displayTagged(int v, int at) {
-    if (!hasSource(v)) return 0;
-    int tagged = 0;
-    for (int r = 0; r < sourceCount(v); ++r) tagged += sourceTag(v, r) != 0;
     std::vector<uint32_t> rows;
     for (int r = 0; r < sourceCount(v); ++r) {
       if (sourceTag(v, r) != 0) rows.push_back(static_cast<uint32_t>(r));
     }
-    open(v, clamp(v, at), tagged, rows, 0);
-    return tagged;
+    open(v, clamp(v, at), static_cast<int>(rows.size()), rows, 0);
+    return static_cast<int>(rows.size());
   }
 
   // The database row of a view row, down the chain; 0 out of range.
   int64_t baseIndex(int v, int64_t row) const {
-    if (!hasSource(v) || row < 0 || row >= views[v].count) return 0;
+    if (row < 0 || row >= views[v].count) return 0;
     const uint32_t entry = views[v].slots[row].row;
     if (views[v].base >= 0) return baseIndex(views[v].base, static_cast<int32_t>(entry));
     return static_cast<int32_t>(entry);
@@ -275,10 +259,7 @@ class World {
 
   // Rows of `other` not shown yet, as database rows, for a view on the database itself.
   int displayAllFrom(int v, int other, int at) {
-    if (views[v].base >= 0 || !views[v].attached || views[other].base >= 0 || !views[other].attached ||
-        views[other].count == 0) {
-      return 0;
-    }
+    if (views[v].base >= 0 || views[other].base >= 0 || views[other].count == 0) return 0;
     int added = 0;
     for (int i = 0; i < views[other].count; ++i) {
       const int id = rowRecord(other, i);
@@ -330,11 +311,9 @@ class World {
   }
   bool tag(int v, int row) const { return row >= 0 && row < views[v].count && views[v].slots[row].tag; }
   void tagAll(int v, bool on) {
-    if (!hasSource(v)) return;
     for (int i = 0; i < views[v].count; ++i) setTag(v, i, on);
   }
   void invertAll(int v) {
-    if (!hasSource(v)) return;
     for (int i = 0; i < views[v].count; ++i) setTag(v, i, !tag(v, i));
   }
 
@@ -359,14 +338,9 @@ class World {
   void recordsDeleted(int v, const std::string& text) {
     std::string summary;
     int removed = 0;
-    int64_t k = 0;
-    std::size_t at = 0;
-    for (;;) {
-      while (at < text.size() && text[at] == ' ') ++at;
-      if (at >= text.size()) break;
-      const std::size_t end = text.find(' ', at);
-      const std::string token = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
-      at = end == std::string::npos ? text.size() : end;
+    std::istringstream words(text);
+    std::string token;
+    for (int64_t k = 0; words >> token; ++k) {
       const int64_t named = std::strtol(token.c_str(), nullptr, 10) - k;
       int j = 0;
       while (j < views[v].count) {
@@ -382,7 +356,6 @@ class World {
           ++j;
         }
       }
-      ++k;
     }
     if (removed) {
       issue(v, Type::kDeleted, summary);
@@ -483,26 +456,15 @@ class World {
 
   int dbDeleteTagged() {
     if (show_tags_only) return -1;
+    // One deletion per run of rows tagged exactly 1.
+    auto one = [&](std::size_t r) { return r < records.size() && records[r] != kNoRecord && tags[r] == 1; };
     int deleted = 0;
-    int first = 0, length = 0, row = 0;
-    while (row < static_cast<int>(records.size())) {
-      const bool one = records[row] != kNoRecord && tags[row] == 1;
-      if (one) {
-        if (length == 0) first = row;
-        ++length;
-        ++row;
-      } else if (length) {
-        dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(length));
-        deleted += length;
-        length = 0;
-        row = first + 1;
-      } else {
-        ++row;
-      }
-    }
-    if (length) {
-      dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(length));
-      deleted += length;
+    for (std::size_t row = 0; row < records.size(); ++row) {
+      std::size_t end = row;
+      while (one(end)) ++end;
+      if (end == row) continue;
+      dbDelete(static_cast<uint32_t>(row), static_cast<uint32_t>(end - row));
+      deleted += static_cast<int>(end - row);
     }
     return deleted;
   }
@@ -551,15 +513,18 @@ class World {
     return length;
   }
 
-  void deleteRecords(int v, int row, int count) {
-    for (;;) {
-      if (row < 0 || !hasSource(v)) return;
+  // Hands view rows down the chain run by run: to the database's deletion when deleting,
+  // else to the base view's removal (or, at the bottom, to remove).
+  void passRuns(int v, int row, int count, bool deleting) {
+    while (row >= 0) {
       const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
       if (n < 1) return;
+      const int base = views[v].base;
+      if (!deleting && base < 0) return remove(v, row, n);
       const int length = run(v, row, n);
       const uint32_t first = views[v].slots[row].row;
-      if (views[v].base >= 0) {
-        deleteRecords(views[v].base, static_cast<int>(first), length);
+      if (base >= 0) {
+        passRuns(base, static_cast<int>(first), length, deleting);
       } else {
         dbDelete(first, static_cast<uint32_t>(length));
       }
@@ -567,22 +532,8 @@ class World {
       if (count <= 0) return;
     }
   }
-
-  void removeFromBase(int v, int row, int count) {
-    for (;;) {
-      if (row < 0 || !hasSource(v)) return;
-      const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
-      if (n < 1) return;
-      if (views[v].base < 0) {
-        remove(v, row, n);
-        return;
-      }
-      const int length = run(v, row, n);
-      removeFromBase(views[v].base, static_cast<int>(views[v].slots[row].row), length);
-      count = n - length;
-      if (count <= 0) return;
-    }
-  }
+  void deleteRecords(int v, int row, int count) { passRuns(v, row, count, true); }
+  void removeFromBase(int v, int row, int count) { passRuns(v, row, count, false); }
 
   // The run walk of deleteTagged (deleting) and removeTagged / removeNonTagged.
   int runs(int v, bool tagged, bool deleting) {
@@ -606,7 +557,7 @@ class World {
   }
 
   void insertBlank(int v, int at, int count) {
-    if (!hasSource(v) || count < 0) return;
+    if (count < 0) return;
     at = clamp(v, at);
     uint32_t first;
     if (at < views[v].count) {
