@@ -14,19 +14,15 @@
 
 namespace viewprobe {
 
-inline int deletedType() {
-  return NotifyMsgTypeDictionary::instance().intern(LightweightString<char>("recordsDeleted"));
-}
-inline int changedType() {
-  return NotifyMsgTypeDictionary::instance().intern(LightweightString<char>("recordsChanged"));
-}
-
 // Listens to one notifier for both message types while it lives.
 class Probe {
  public:
   Probe(Notifier& notifier, int object, std::vector<std::string>& log) : object_(object), log_(log) {
-    deleted_ = notifier.registerNotification(this, &Probe::onDeleted, deletedType());
-    changed_ = notifier.registerNotification(this, &Probe::onChanged, changedType());
+    auto& types = NotifyMsgTypeDictionary::instance();
+    deleted_ =
+        notifier.registerNotification(this, &Probe::onDeleted, types.intern(LightweightString<char>("recordsDeleted")));
+    changed_ =
+        notifier.registerNotification(this, &Probe::onChanged, types.intern(LightweightString<char>("recordsChanged")));
   }
   Probe(const Probe&) = delete;
   Probe& operator=(const Probe&) = delete;
