@@ -1,16 +1,11 @@
-// Randomised check of a database and its views against the reference model (view/ViewModel.h):
-// random sequences of database operations (insert, add, delete, tags, show-tags-only, names,
-// sort, save and reload through a file) mixed with view operations (display, tags, removal,
-// deletion through the chain, insertion, sort, chaining, copies, new and dropped views).
-// After every step both sides must agree on the full record list (identity, Name, Tag text,
-// tag), the visible rows, every live view's rows, flags, capacity and use count, and every
-// message every listener heard, in order; the library's own invariant checks must hold too.
-//
-// Sorting is not stable, so a sort is checked as a reordering that the model's comparison
-// (written from the comparator rules) accepts, and the model then takes the order found.
-//
-// A failure prints the seed and the operations of that sequence; add the seed to
-// kRegressionSeeds to keep it.
+// Random sequences of database operations (insert, add, delete, tags, show-tags-only, names,
+// sort, save and reload) mixed with view operations (display, tags, removal, deletion through
+// the chain, insertion, sort, chaining, copies, new and dropped views), run on the library and
+// on the reference model (view/ViewModel.h). After every step both must agree on every record,
+// visible row, live view (rows, flags, capacity, uses) and message heard, in order, and the
+// library's invariant checks must hold. Sorting is not stable: a sort must be a reordering the
+// model's comparison accepts, which the model then takes. A failure prints the seed and the
+// operations; add the seed to kRegressionSeeds to keep it.
 
 #include <gtest/gtest.h>
 
@@ -20,6 +15,7 @@
 #include <memory>
 #include <random>
 #include <sstream>
+#include <string_view>
 
 #include "common/TestUtil.h"
 #include "model/SortRules.h"
@@ -100,76 +96,52 @@ class Harness {
   // Empty when both sides agree; otherwise the first difference.
   std::string compare() {
     if (!failure_.empty()) return failure_;
-    std::ostringstream diff;
     const RecordList& all = db_->all();
-    if (all.size() != model_.records.size()) {
-      diff << "database holds " << all.size() << " entries, model " << model_.records.size();
-      return diff.str();
-    }
+    if (differs(all.size(), model_.records.size(), "database entries")) return failure_;
     for (std::size_t r = 0; r < all.size(); ++r) {
       const int id = viewprobe::identity(all[r]);
-      if (id != model_.records[r]) return "database row " + std::to_string(r) + " is " + std::to_string(id);
-      if (id == kNoRecord) continue;
-      if (all[r]->get_field(1) != model_.names[r] || all[r]->get_field(2) != model_.tag_texts[r] ||
-          all[r]->get_tag() != model_.tags[r]) {
-        diff << "database row " << r << " holds \"" << all[r]->get_field(1) << "\", \"" << all[r]->get_field(2)
-             << "\", tag " << int(all[r]->get_tag()) << "; model \"" << model_.names[r] << "\", \""
-             << model_.tag_texts[r] << "\", tag " << model_.tags[r];
-        return diff.str();
-      }
+      if (differs(id, model_.records[r], "database row", r)) return failure_;
+      if (id != kNoRecord && (differs(std::string_view(all[r]->get_field(1)), model_.names[r], "name of row", r) ||
+                              differs(std::string_view(all[r]->get_field(2)), model_.tag_texts[r], "Tag of row", r) ||
+                              differs(int(all[r]->get_tag()), model_.tags[r], "tag of row", r)))
+        return failure_;
     }
-    if ((db_->get_show_tags_only() != 0) != model_.show_tags_only) return "show-tags-only differs";
-    if (static_cast<int>(db_->get_num_records()) != model_.visibleCount()) {
-      diff << "database shows " << db_->get_num_records() << " rows, model " << model_.visibleCount();
-      return diff.str();
-    }
+    if (differs(db_->get_show_tags_only() != 0, model_.show_tags_only, "show-tags-only") ||
+        differs(int(db_->get_num_records()), model_.visibleCount(), "visible rows") ||
+        differs(db_->get_num_tags(), model_.dbNumTags(), "tag count"))
+      return failure_;
     for (int row = 0; row < model_.visibleCount(); ++row) {
-      if (viewprobe::identity(db_->get_record(static_cast<unsigned>(row))) != model_.visibleRecord(row))
-        return "visible row " + std::to_string(row);
+      if (differs(viewprobe::identity(db_->get_record(unsigned(row))), model_.visibleRecord(row), "visible row", row))
+        return failure_;
     }
-    if (db_->get_num_tags() != model_.dbNumTags()) return "tag count differs";
-
     std::vector<const KSTViewRep*> live;
     for (std::size_t v = 0; v < views_.size(); ++v) {
       const World::View& expected = model_.views[v];
       if (!expected.alive) continue;
       KSTViewRep& view = *views_[v];
       live.push_back(&view);
-      const std::string name = "view " + std::to_string(v) + ": ";
-      if (view.useCount() != expected.uses) {
-        diff << name << view.useCount() << " uses, model " << expected.uses;
-        return diff.str();
-      }
-      if (static_cast<int>(view.get_num_records()) != expected.count) {
-        diff << name << view.get_num_records() << " rows, model " << expected.count;
-        return diff.str();
-      }
-      if (view.capacity() != static_cast<int>(expected.slots.size())) {
-        diff << name << "capacity " << view.capacity() << ", model " << expected.slots.size();
-        return diff.str();
-      }
+      if (differs(view.useCount(), expected.uses, "uses of view", v) ||
+          differs(int(view.get_num_records()), expected.count, "rows of view", v) ||
+          differs(view.capacity(), int(expected.slots.size()), "capacity of view", v))
+        return failure_;
       for (int i = 0; i < expected.count; ++i) {
-        const Slot& slot = expected.slots[static_cast<std::size_t>(i)];
-        const int shown = viewprobe::identity(view.get_record(static_cast<unsigned>(i)));
-        if (view.sourceRow(i) != slot.row || view.get_tag(static_cast<unsigned>(i)) != slot.tag ||
-            shown != model_.rowRecord(static_cast<int>(v), i)) {
-          diff << name << "row " << i << " is " << view.sourceRow(i) << ":" << view.get_tag(static_cast<unsigned>(i))
-               << " showing " << shown << ", model " << slot.row << ":" << int(slot.tag) << " showing "
-               << model_.rowRecord(static_cast<int>(v), i);
-          return diff.str();
-        }
+        const Slot& slot = expected.slots[std::size_t(i)];
+        if (differs(view.sourceRow(i), slot.row, "view", v, "row", i) ||
+            differs(view.get_tag(unsigned(i)), int(slot.tag), "view", v, "tag", i) ||
+            differs(viewprobe::identity(view.get_record(unsigned(i))), model_.rowRecord(int(v), i), "view", v,
+                    "shows at", i))
+          return failure_;
       }
     }
     std::string why;
     if (!KestaDebug::checkWithViews(*db_, live, &why)) return why;
-    if (log_ != model_.log) {
-      std::size_t i = 0;
-      while (i < log_.size() && i < model_.log.size() && log_[i] == model_.log[i]) ++i;
-      diff << "message " << i << ": heard \"" << (i < log_.size() ? log_[i] : "<nothing>") << "\", model \""
-           << (i < model_.log.size() ? model_.log[i] : "<nothing>") << "\"";
-      return diff.str();
+    std::size_t i = 0;
+    while (i < log_.size() && i < model_.log.size() && log_[i] == model_.log[i]) ++i;
+    if (i < log_.size() || i < model_.log.size()) {
+      differs(i < log_.size() ? log_[i] : "<nothing>", i < model_.log.size() ? model_.log[i] : "<nothing>", "message",
+              i);
     }
-    return {};
+    return failure_;
   }
 
   std::size_t messages() const { return heard_ + log_.size(); }
@@ -177,7 +149,25 @@ class Harness {
   int reloads() const { return reloads_; }
 
  private:
-  // --------------------------------------------------------------------- set-up
+  template <class... Args>
+  static void say(std::ostringstream& what, const char* name, const Args&... args) {
+    [[maybe_unused]] const char* separator = "";
+    what << name << "(";
+    ((what << separator << args, separator = ", "), ...);
+    what << ") ";
+  }
+
+  // Notes the first difference found, in the words of the places given.
+  template <class A, class B, class... Where>
+  bool differs(const A& real, const B& model, const Where&... where) {
+    if (real == model) return false;
+    std::ostringstream text;
+    ((text << where << ' '), ...);
+    text << "is \"" << real << "\", model \"" << model << "\"";
+    failure_ = text.str();
+    return true;
+  }
+
   void attachDatabaseProbe() {
     probes_.push_back(std::make_unique<Probe>(*db_, viewmodel::kDatabase, log_));
     model_.addProbes(viewmodel::kDatabase);
@@ -194,7 +184,7 @@ class Harness {
     probes_.push_back(std::make_unique<Probe>(*view, v, log_));
     if (!held.empty() && pick(0, 1)) {
       const int base = held[static_cast<std::size_t>(pick(0, static_cast<int>(held.size()) - 1))];
-      view->baseView(views_[static_cast<std::size_t>(base)]);
+      view->baseView(views_[base]);
       model_.chain(v, base);
     }
     view->displayAllRecords();
@@ -218,8 +208,8 @@ class Harness {
   }
 
   void drop(int v) {
-    held_[static_cast<std::size_t>(v)] = false;
-    views_[static_cast<std::size_t>(v)]->releaseUse();
+    held_[v] = false;
+    views_[v]->releaseUse();
     model_.release(v);
   }
 
@@ -227,11 +217,10 @@ class Harness {
   // on a dead base.
   void releaseViews() {
     for (int v = static_cast<int>(views_.size()) - 1; v >= 0; --v) {
-      if (held_[static_cast<std::size_t>(v)]) drop(v);
+      if (held_[v]) drop(v);
     }
   }
 
-  // ------------------------------------------------------------- the database
   Values valuesAt(int full_row) const {
     const std::size_t r = static_cast<std::size_t>(full_row);
     if (full_row < 0 || model_.records[r] == kNoRecord) return {};
@@ -349,81 +338,73 @@ class Harness {
       case 1: {
         const int at = pick(0, size + 1), count = pick(0, 3);
         if (size + count > kMaxRows) break;
-        db_->insert_records(static_cast<unsigned>(at), static_cast<unsigned>(count));
-        model_.dbInsert(static_cast<uint32_t>(at), static_cast<uint32_t>(count));
-        what << "insert_records(" << at << ", " << count << ")";
+        db_->insert_records(unsigned(at), unsigned(count));
+        model_.dbInsert(uint32_t(at), uint32_t(count));
+        say(what, "insert_records", at, count);
         break;
       }
       case 2: {
         const int count = pick(-1, 4);
         if (size + count > kMaxRows) break;
-        const unsigned got = db_->add_records(count);
-        const uint32_t expected = model_.dbAdd(count);
-        what << "add_records(" << count << ")";
-        if (got != expected) failure_ = "add_records answered " + std::to_string(got);
+        say(what, "add_records", count);
+        differs(db_->add_records(count), model_.dbAdd(count), "add_records answer");
         break;
       }
       case 3:
       case 4: {
         const int first = pick(0, size), count = pick(0, 4);
-        db_->delete_records(static_cast<unsigned>(first), static_cast<unsigned>(count));
-        model_.dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(count));
-        what << "delete_records(" << first << ", " << count << ")";
+        db_->delete_records(unsigned(first), unsigned(count));
+        model_.dbDelete(uint32_t(first), uint32_t(count));
+        say(what, "delete_records", first, count);
         break;
       }
       case 5:
-      case 6: {
-        what << "set_tag";
+      case 6:
         for (int i = 0, n = pick(1, 4); i < n; ++i) {
           const int row = pick(-1, visible + 1), value = pick(0, 2);
-          db_->set_tag(static_cast<unsigned>(row), value);
-          model_.dbSetTag(static_cast<uint32_t>(row), value);
-          what << " " << row << "=" << value;
+          db_->set_tag(unsigned(row), value);
+          model_.dbSetTag(uint32_t(row), value);
+          say(what, "set_tag", row, value);
         }
         break;
-      }
       case 7: {
         const int row = pick(-1, visible + 1);
-        db_->invert_tag(static_cast<unsigned>(row));
-        model_.dbInvertTag(static_cast<uint32_t>(row));
-        what << "invert_tag(" << row << ")";
+        db_->invert_tag(unsigned(row));
+        model_.dbInvertTag(uint32_t(row));
+        say(what, "invert_tag", row);
         break;
       }
-      case 8: {
+      case 8:
         if (pick(0, 1)) {
           const int value = pick(0, 2);
           db_->set_all_tags(value);
           model_.dbSetAllTags(value);
-          what << "set_all_tags(" << value << ")";
+          say(what, "set_all_tags", value);
         } else {
           db_->invert_all_tags();
           model_.dbInvertAllTags();
-          what << "invert_all_tags()";
+          say(what, "invert_all_tags");
         }
         break;
-      }
-      case 9: {
-        const unsigned got = db_->delete_tagged_records();
-        const int expected = model_.dbDeleteTagged();
-        what << "delete_tagged_records()";
-        if (static_cast<int>(got) != expected) failure_ = "delete_tagged_records answered " + std::to_string(got);
+      case 9:
+        say(what, "delete_tagged_records");
+        differs(int(db_->delete_tagged_records()), model_.dbDeleteTagged(), "delete_tagged_records answer");
         break;
-      }
       case 10: {
         // On a third of the time, and mostly off again when on.
         const int on = model_.show_tags_only ? (pick(0, 3) == 0) : (pick(0, 2) == 0);
         db_->set_show_tags_only(on);
         model_.dbShowTagsOnly(on);
-        what << "set_show_tags_only(" << on << ")";
+        say(what, "set_show_tags_only", on);
         break;
       }
       case 11:
       case 12: {
         const int row = pick(-1, visible + 1);
         const char* name = kNames[pick(0, static_cast<int>(std::size(kNames)) - 1)];
-        db_->setField(static_cast<unsigned>(row), 1u, LightweightString<char>(name));
-        model_.dbSetName(static_cast<uint32_t>(row), name);
-        what << "setField(" << row << ", Name, \"" << name << "\")";
+        db_->setField(unsigned(row), 1u, LightweightString<char>(name));
+        model_.dbSetName(uint32_t(row), name);
+        say(what, "setField", row, "Name", std::string("\"") + name + "\"");
         break;
       }
       case 13:
@@ -436,20 +417,19 @@ class Harness {
           pick(0, 5) == 0 ? reload(what) : save(what);
         } else {
           db_->clear_changed();
-          what << "clear_changed()";
+          say(what, "clear_changed");
         }
     }
   }
 
-  // ------------------------------------------------------------------- views
   void sortView(int v, std::ostringstream& what) {
-    KSTViewRep& view = *views_[static_cast<std::size_t>(v)];
+    KSTViewRep& view = *views_[v];
     const int field = pick(-2, 2), order = pick(0, 1);
-    World::View& model = model_.views[static_cast<std::size_t>(v)];
+    World::View& model = model_.views[v];
     std::vector<std::pair<uint32_t, uint8_t>> before;
     bool all_present = true;
     for (int i = 0; i < model.count; ++i) {
-      before.emplace_back(model.slots[static_cast<std::size_t>(i)].row, model.slots[static_cast<std::size_t>(i)].tag);
+      before.emplace_back(model.slots[i].row, model.slots[i].tag);
       all_present = all_present && model_.rowRecord(v, i) != kNoRecord;
     }
     view.sort(field, order);
@@ -471,8 +451,7 @@ class Harness {
       return;
     }
     for (int i = 0; i < model.count; ++i) {
-      model.slots[static_cast<std::size_t>(i)] =
-          Slot{after[static_cast<std::size_t>(i)].first, after[static_cast<std::size_t>(i)].second};
+      model.slots[i] = Slot{after[i].first, after[i].second};
     }
     // A missing record compares level with everything, which orders nothing.
     if (!all_present) return;
@@ -489,7 +468,7 @@ class Harness {
     what << "copyWithNewBaseView()";
     std::vector<int> shown;
     const std::vector<Slot> expected = model_.copyOnNewDatabase(v, shown);
-    KSTView copy(views_[static_cast<std::size_t>(v)]->copyWithNewBaseView());
+    KSTView copy(views_[v]->copyWithNewBaseView());
     if (!copy || static_cast<int>(copy->get_num_records()) != static_cast<int>(expected.size())) {
       failure_ = "the copy on a new database has the wrong rows";
       return;
@@ -508,95 +487,91 @@ class Harness {
 
   void viewStep(std::ostringstream& what) {
     const std::vector<int> held = heldViews();
-    const int v = held[static_cast<std::size_t>(pick(0, static_cast<int>(held.size()) - 1))];
-    KSTViewRep& view = *views_[static_cast<std::size_t>(v)];
-    const int rows = model_.views[static_cast<std::size_t>(v)].count;
+    const int v = held[std::size_t(pick(0, static_cast<int>(held.size()) - 1))];
+    KSTViewRep& view = *views_[std::size_t(v)];
+    const int rows = model_.views[std::size_t(v)].count;
     const int source = model_.sourceCount(v);
+    const int row = pick(-1, rows), count = pick(0, 4);
     what << "v" << v << ".";
     switch (pick(0, 24)) {
       case 0:
         view.displayAllRecords();
         model_.displayAll(v);
-        what << "displayAllRecords()";
+        say(what, "displayAllRecords");
         break;
       case 1: {
-        const int first = pick(-2, source + 2), count = pick(0, 4), at = pick(-2, rows + 2);
+        const int first = pick(-2, source + 2), at = pick(-2, rows + 2);
         view.displayRecordsAt(first, count, at);
         model_.displayRecordsAt(v, first, count, at);
-        what << "displayRecordsAt(" << first << ", " << count << ", " << at << ")";
+        say(what, "displayRecordsAt", first, count, at);
         break;
       }
       case 2: {
-        const int row = pick(-1, rows), count = pick(-1, rows + 1);
-        view.remove(row, count);
-        model_.remove(v, row, count);
-        what << "remove(" << row << ", " << count << ")";
+        const int removed = pick(-1, rows + 1);
+        view.remove(row, removed);
+        model_.remove(v, row, removed);
+        say(what, "remove", row, removed);
         break;
       }
       case 3:
-      case 4: {
+      case 4:
         for (int i = 0, n = pick(1, 4); i < n; ++i) {
-          const int row = pick(-1, rows), on = pick(0, 2);
-          view.set_tag(static_cast<unsigned>(row), on);
-          model_.setTag(v, row, on != 0);
-          what << "set_tag(" << row << ", " << on << ") ";
+          const int tagged = pick(-1, rows), on = pick(0, 2);
+          view.set_tag(unsigned(tagged), on);
+          model_.setTag(v, tagged, on != 0);
+          say(what, "set_tag", tagged, on);
         }
         break;
-      }
       case 5:
         if (pick(0, 1)) {
           const bool on = pick(0, 1);
           view.tagAll(on);
           model_.tagAll(v, on);
-          what << "tagAll(" << on << ")";
+          say(what, "tagAll", on);
         } else {
           view.invertAllTags();
           model_.invertAll(v);
-          what << "invertAllTags()";
+          say(what, "invertAllTags");
         }
         break;
       case 6:
-      case 7: {
-        const int row = pick(-1, rows), count = pick(0, 4);
+      case 7:
         view.deleteRecords(row, count);
         model_.deleteRecords(v, row, count);
-        what << "deleteRecords(" << row << ", " << count << ")";
+        say(what, "deleteRecords", row, count);
         break;
-      }
       case 8:
         view.deleteTagged();
         model_.runs(v, true, true);
-        what << "deleteTagged()";
+        say(what, "deleteTagged");
         break;
-      case 9:
-        if (pick(0, 1)) {
+      case 9: {
+        const bool tagged = pick(0, 1);
+        if (tagged) {
           view.removeTagged();
-          model_.runs(v, true, false);
-          what << "removeTagged()";
         } else {
           view.set_show_tags_only(1);
-          model_.runs(v, false, false);
-          what << "removeNonTagged()";
         }
-        break;
-      case 10: {
-        const int row = pick(-1, rows), count = pick(0, 4);
-        view.removeRecordsFromBaseView(row, count);
-        model_.removeFromBase(v, row, count);
-        what << "removeRecordsFromBaseView(" << row << ", " << count << ")";
+        model_.runs(v, tagged, false);
+        say(what, tagged ? "removeTagged" : "removeNonTagged");
         break;
       }
+      case 10:
+        view.removeRecordsFromBaseView(row, count);
+        model_.removeFromBase(v, row, count);
+        say(what, "removeRecordsFromBaseView", row, count);
+        break;
       case 11: {
-        const int at = pick(-1, rows + 1), count = pick(0, 3);
-        if (static_cast<int>(model_.records.size()) + count > kMaxRows) break;
+        const int at = pick(-1, rows + 1), added = pick(0, 3);
+        if (static_cast<int>(model_.records.size()) + added > kMaxRows) break;
         if (pick(0, 3) == 0) {
-          view.add_records(count);
-          model_.insertBlank(v, rows, count);
-          what << "add_records(" << count << ")";
+          view.add_records(added);
+          model_.insertBlank(v, rows, added);
+          say(what, "add_records", added);
         } else {
-          view.insertBlankRecords(at, count);
-          model_.insertBlank(v, at, count);
-          what << "insertBlankRecords(" << at << ", " << count << ")";
+          view.insertBlankRecords(at, added);
+          model_.insertBlank(v, at, added);
+          say(what, "insertBlankRecords", at, added);
         }
         break;
       }
@@ -604,27 +579,27 @@ class Harness {
         const int at = pick(-1, rows + 1);
         view.displayTaggedRecordsAt(at);
         model_.displayTagged(v, at);
-        what << "displayTaggedRecordsAt(" << at << ")";
+        say(what, "displayTaggedRecordsAt", at);
         break;
       }
       case 13:
         switch (pick(0, 2)) {
           case 0: {
-            const int row = pick(-1, source + 1);
-            view.append(static_cast<unsigned>(row));
-            model_.append(v, static_cast<uint32_t>(row));
-            what << "append(" << row << ")";
+            const int appended = pick(-1, source + 1);
+            view.append(unsigned(appended));
+            model_.append(v, uint32_t(appended));
+            say(what, "append", appended);
             break;
           }
           case 1:
             view.buildIndex();
             model_.buildIndex(v);
-            what << "buildIndex()";
+            say(what, "buildIndex");
             break;
           default:
             view.clear();
             model_.clear(v);
-            what << "clear()";
+            say(what, "clear");
         }
         break;
       case 14: {
@@ -634,10 +609,10 @@ class Harness {
         }
         const int base = earlier.empty() || pick(0, 2) == 0
                              ? -1
-                             : earlier[static_cast<std::size_t>(pick(0, static_cast<int>(earlier.size()) - 1))];
-        view.baseView(base >= 0 ? views_[static_cast<std::size_t>(base)] : nullptr);
+                             : earlier[std::size_t(pick(0, static_cast<int>(earlier.size()) - 1))];
+        view.baseView(base >= 0 ? views_[std::size_t(base)] : nullptr);
         model_.chain(v, base);
-        what << "baseView(" << base << ")";
+        say(what, "baseView", base);
         break;
       }
       case 15:
@@ -646,9 +621,8 @@ class Harness {
         break;
       case 17:
         if (static_cast<int>(held.size()) < kMaxHeldViews) {
-          KSTViewRep* copy = view.copy();
-          adopt(copy, model_.copyView(v));
-          what << "copy()";
+          adopt(view.copy(), model_.copyView(v));
+          say(what, "copy");
         }
         break;
       case 18:
@@ -666,19 +640,16 @@ class Harness {
         }
         break;
       case 21: {
-        const int count = pick(0, 3);
-        const int first = pick(-1, rows);
-        view.delete_records(static_cast<unsigned>(first), static_cast<unsigned>(count));
-        model_.deleteRecords(v, first, count);
-        what << "delete_records(" << first << ", " << count << ")";
+        const int deleted = pick(0, 3);
+        view.delete_records(unsigned(row), unsigned(deleted));
+        model_.deleteRecords(v, row, deleted);
+        say(what, "delete_records", row, deleted);
         break;
       }
-      default: {
-        const int row = pick(-1, rows);
-        view.invert_tag(static_cast<unsigned>(row));
+      default:
+        view.invert_tag(unsigned(row));
         model_.setTag(v, row, !model_.tag(v, row));
-        what << "invert_tag(" << row << ")";
-      }
+        say(what, "invert_tag", row);
     }
   }
 

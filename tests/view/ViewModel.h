@@ -1,29 +1,20 @@
 #ifndef KESTA_TESTS_VIEW_VIEWMODEL_H
 #define KESTA_TESTS_VIEW_VIEWMODEL_H
 // A reference model of a database and its views, written to be obviously right rather than
-// fast: the database is a vector of record identities, each view a flat vector of index
-// slots (row, tag) whose size is the capacity, every walk is the plain loop, and every
-// notifier a list of registrations delivered in order. Tests run the same operations on the
-// model and on the real classes and compare everything observable: rows, tags, capacities,
-// the records each row shows, and every message each listener hears, in order.
-//
-// The model follows the deletion protocol as the views implement it, not an ideal view: a
-// view chained on another hears each loss twice (the base view's removal and its summary),
-// and hears its database's deletions in database rows as well.
-//
-// The database side models what views and the model check of database operations see: each
-// row's Name and Tag texts beside its tag, the show-tags-only mode with its tagged index (the
-// database's row numbers then address that index, and structural operations refuse), and
-// the sort fields. Views carry their use counts: a view dies when its last use goes, and with
-// it its registrations and its use of its base view.
-//
-// Identities: every record carries an id; a database entry without a record is kNoRecord,
-// a record not yet labelled is kUnlabelled (the test labels new records after each step, in
-// row order, on both sides).
+// fast: records are identities in a vector, each view a flat vector of slots (row, tag) whose
+// size is the capacity, every walk the plain loop, every notifier a list of registrations
+// delivered in order. Tests run the same operations here and on the real classes and compare
+// rows, tags, capacities, use counts, the records shown and every message heard, in order.
+// It follows the deletion protocol as the views implement it: a view chained on another hears
+// each loss twice (the base view's removal and its summary), and its database's deletions in
+// database rows as well. Database row numbers address the tagged index while show-tags-only
+// is on. A record not yet labelled is kUnlabelled; the test labels new records after each
+// step, in row order, on both sides.
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,7 +42,6 @@ class World {
 
   struct View {
     int base = -1;
-    bool attached = true;     // to the database
     std::vector<Slot> slots;  // size() is the capacity
     int count = 0;
     int db_registration = -1;
@@ -91,7 +81,6 @@ class World {
     view_listeners_.clear();
   }
 
-  // ------------------------------------------------------------ names and probes
   static std::string name(int object) { return object == kDatabase ? "db" : "v" + std::to_string(object); }
   static const char* typeName(Type type) { return type == Type::kDeleted ? "recordsDeleted" : "recordsChanged"; }
   static std::string entry(int object, Type type, const std::string& text) {
@@ -126,30 +115,27 @@ class World {
     }
   }
 
-  // ------------------------------------------------------------------- sources
   int sourceCount(int v) const {
     const View& view = views[v];
     if (view.base >= 0) return views[view.base].count;
-    return view.attached ? visibleCount() : 0;
+    return visibleCount();
   }
-  bool hasSource(int v) const { return views[v].base >= 0 || views[v].attached; }
 
   // The identity of the record a source row shows; kNoRecord when none.
   int sourceRecord(int v, int64_t row) const {
     const View& view = views[v];
     if (view.base >= 0) {
       if (row < 0 || row >= views[view.base].count) return kNoRecord;
-      return sourceRecord(view.base, views[view.base].slots[static_cast<std::size_t>(row)].row);
+      return sourceRecord(view.base, views[view.base].slots[row].row);
     }
-    if (!view.attached || row < 0 || row >= visibleCount()) return kNoRecord;
+    if (row < 0 || row >= visibleCount()) return kNoRecord;
     return visibleRecord(static_cast<int>(row));
   }
   int rowRecord(int v, int row) const {
     if (row < 0 || row >= views[v].count) return kNoRecord;
-    return sourceRecord(v, views[v].slots[static_cast<std::size_t>(row)].row);
+    return sourceRecord(v, views[v].slots[row].row);
   }
 
-  // --------------------------------------------------------------------- chaining
   void chain(int v, int base) {
     if (base == views[v].base) return;
     clear(v);
@@ -183,7 +169,6 @@ class World {
     views[v].count = 0;
   }
 
-  // --------------------------------------------------------------- the index array
   void sizeFor(int v, int wanted, int copy_limit) {
     std::vector<Slot>& slots = views[v].slots;
     if (wanted == 0) {
@@ -201,7 +186,7 @@ class World {
     if (resized == capacity) return;
     std::vector<Slot> fresh(static_cast<std::size_t>(resized));
     const int copied = resized < copy_limit ? target : copy_limit;
-    for (int i = 0; i < copied; ++i) fresh[static_cast<std::size_t>(i)] = slots[static_cast<std::size_t>(i)];
+    for (int i = 0; i < copied; ++i) fresh[i] = slots[i];
     slots = fresh;
   }
 
@@ -210,9 +195,9 @@ class World {
     View& view = views[v];
     sizeFor(v, view.count + count, view.count);
     for (int i = view.count - 1; i >= at; --i) {
-      Slot moved = view.slots[static_cast<std::size_t>(i)];
+      Slot moved = view.slots[i];
       moved.row += shift;
-      view.slots[static_cast<std::size_t>(i + count)] = moved;
+      view.slots[i + count] = moved;
     }
     for (std::size_t i = 0; i < rows.size(); ++i) view.slots[static_cast<std::size_t>(at) + i].row = rows[i];
     view.count += count;
@@ -224,7 +209,6 @@ class World {
 
   void buildIndex(int v) {
     views[v].count = 0;
-    if (!hasSource(v)) return;
     for (int r = 0; r < sourceCount(v); ++r) append(v, static_cast<uint32_t>(r));
   }
 
@@ -237,34 +221,29 @@ class World {
   }
 
   void displayAll(int v) {
-    if (!hasSource(v)) return;
     remove(v, 0, views[v].count);
     displayRecordsAt(v, 0, sourceCount(v), 0);
   }
 
   int sourceTag(int v, int row) const {
     const View& view = views[v];
-    if (view.base >= 0)
-      return row < views[view.base].count ? views[view.base].slots[static_cast<std::size_t>(row)].tag : 0;
+    if (view.base >= 0) return row < views[view.base].count ? views[view.base].slots[row].tag : 0;
     return dbTag(row);
   }
 
   int displayTagged(int v, int at) {
-    if (!hasSource(v)) return 0;
-    int tagged = 0;
-    for (int r = 0; r < sourceCount(v); ++r) tagged += sourceTag(v, r) != 0;
     std::vector<uint32_t> rows;
     for (int r = 0; r < sourceCount(v); ++r) {
       if (sourceTag(v, r) != 0) rows.push_back(static_cast<uint32_t>(r));
     }
-    open(v, clamp(v, at), tagged, rows, 0);
-    return tagged;
+    open(v, clamp(v, at), static_cast<int>(rows.size()), rows, 0);
+    return static_cast<int>(rows.size());
   }
 
   // The database row of a view row, down the chain; 0 out of range.
   int64_t baseIndex(int v, int64_t row) const {
-    if (!hasSource(v) || row < 0 || row >= views[v].count) return 0;
-    const uint32_t entry = views[v].slots[static_cast<std::size_t>(row)].row;
+    if (row < 0 || row >= views[v].count) return 0;
+    const uint32_t entry = views[v].slots[row].row;
     if (views[v].base >= 0) return baseIndex(views[v].base, static_cast<int32_t>(entry));
     return static_cast<int32_t>(entry);
   }
@@ -280,10 +259,7 @@ class World {
 
   // Rows of `other` not shown yet, as database rows, for a view on the database itself.
   int displayAllFrom(int v, int other, int at) {
-    if (views[v].base >= 0 || !views[v].attached || views[other].base >= 0 || !views[other].attached ||
-        views[other].count == 0) {
-      return 0;
-    }
+    if (views[v].base >= 0 || views[other].base >= 0 || views[other].count == 0) return 0;
     int added = 0;
     for (int i = 0; i < views[other].count; ++i) {
       const int id = rowRecord(other, i);
@@ -304,7 +280,7 @@ class World {
     } else {
       displayAllFrom(c, v, 0);
     }
-    for (int i = 0; i < views[v].count; ++i) setTag(c, i, views[v].slots[static_cast<std::size_t>(i)].tag != 0);
+    for (int i = 0; i < views[v].count; ++i) setTag(c, i, views[v].slots[i].tag != 0);
     return c;
   }
 
@@ -330,23 +306,17 @@ class World {
     return rows;
   }
 
-  // ---------------------------------------------------------------- tags of views
   void setTag(int v, int row, bool on) {
-    if (row >= 0 && row < views[v].count) views[v].slots[static_cast<std::size_t>(row)].tag = on;
+    if (row >= 0 && row < views[v].count) views[v].slots[row].tag = on;
   }
-  bool tag(int v, int row) const {
-    return row >= 0 && row < views[v].count && views[v].slots[static_cast<std::size_t>(row)].tag;
-  }
+  bool tag(int v, int row) const { return row >= 0 && row < views[v].count && views[v].slots[row].tag; }
   void tagAll(int v, bool on) {
-    if (!hasSource(v)) return;
     for (int i = 0; i < views[v].count; ++i) setTag(v, i, on);
   }
   void invertAll(int v) {
-    if (!hasSource(v)) return;
     for (int i = 0; i < views[v].count; ++i) setTag(v, i, !tag(v, i));
   }
 
-  // -------------------------------------------------------------------- removal
   void remove(int v, int row, int count) {
     View& view = views[v];
     const int rows = view.count;
@@ -355,8 +325,7 @@ class World {
     if (row + count > rows) {
       count = rows - row;
     } else {
-      for (int i = row; i + count < rows; ++i)
-        view.slots[static_cast<std::size_t>(i)] = view.slots[static_cast<std::size_t>(i + count)];
+      for (int i = row; i + count < rows; ++i) view.slots[i] = view.slots[i + count];
     }
     sizeFor(v, rows - count, rows);
     view.count = rows - count;
@@ -369,18 +338,13 @@ class World {
   void recordsDeleted(int v, const std::string& text) {
     std::string summary;
     int removed = 0;
-    int64_t k = 0;
-    std::size_t at = 0;
-    for (;;) {
-      while (at < text.size() && text[at] == ' ') ++at;
-      if (at >= text.size()) break;
-      const std::size_t end = text.find(' ', at);
-      const std::string token = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
-      at = end == std::string::npos ? text.size() : end;
+    std::istringstream words(text);
+    std::string token;
+    for (int64_t k = 0; words >> token; ++k) {
       const int64_t named = std::strtol(token.c_str(), nullptr, 10) - k;
       int j = 0;
       while (j < views[v].count) {
-        Slot& slot = views[v].slots[static_cast<std::size_t>(j)];
+        Slot& slot = views[v].slots[j];
         if (static_cast<int64_t>(slot.row) > named) {
           slot.row -= 1;
           ++j;
@@ -392,7 +356,6 @@ class World {
           ++j;
         }
       }
-      ++k;
     }
     if (removed) {
       issue(v, Type::kDeleted, summary);
@@ -400,12 +363,9 @@ class World {
     }
   }
 
-  // ------------------------------------------------------------- the database
   // Row numbers address the tagged index while show-tags-only is on.
   int visibleCount() const { return static_cast<int>(show_tags_only ? tagged.size() : records.size()); }
-  int visibleRecord(int row) const {
-    return show_tags_only ? tagged[static_cast<std::size_t>(row)] : records[static_cast<std::size_t>(row)];
-  }
+  int visibleRecord(int row) const { return show_tags_only ? tagged[row] : records[row]; }
   // The full-list row of a record; -1 when none.
   int rowOf(int id) const {
     if (id == kNoRecord) return -1;
@@ -418,11 +378,11 @@ class World {
   int recordRow(int64_t row) const {
     if (row < 0 || row >= visibleCount()) return -1;
     return show_tags_only ? rowOf(visibleRecord(static_cast<int>(row)))
-                          : (records[static_cast<std::size_t>(row)] == kNoRecord ? -1 : static_cast<int>(row));
+                          : (records[row] == kNoRecord ? -1 : static_cast<int>(row));
   }
   int dbTag(int64_t row) const {
     const int r = recordRow(row);
-    return r < 0 ? -1 : tags[static_cast<std::size_t>(r)];
+    return r < 0 ? -1 : tags[r];
   }
   int dbNumTags() const {
     int n = 0;
@@ -458,11 +418,11 @@ class World {
 
   void dbSetTag(int64_t row, int value) {
     const int r = recordRow(row);
-    if (r >= 0) tags[static_cast<std::size_t>(r)] = value & 0xFF;
+    if (r >= 0) tags[r] = value & 0xFF;
   }
   void dbInvertTag(int64_t row) {
     const int r = recordRow(row);
-    if (r >= 0) tags[static_cast<std::size_t>(r)] = tags[static_cast<std::size_t>(r)] == 0 ? 1 : 0;
+    if (r >= 0) tags[r] = tags[r] == 0 ? 1 : 0;
   }
   void dbSetAllTags(int value) {
     for (int row = 0; row < visibleCount(); ++row) dbSetTag(row, value);
@@ -475,7 +435,7 @@ class World {
   }
   void dbSetName(int64_t row, const std::string& name) {
     const int r = recordRow(row);
-    if (r >= 0) names[static_cast<std::size_t>(r)] = name;
+    if (r >= 0) names[r] = name;
   }
 
   // The walk below is bounded by the visible count, which reads the index being rebuilt: on
@@ -496,26 +456,15 @@ class World {
 
   int dbDeleteTagged() {
     if (show_tags_only) return -1;
+    // One deletion per run of rows tagged exactly 1.
+    auto one = [&](std::size_t r) { return r < records.size() && records[r] != kNoRecord && tags[r] == 1; };
     int deleted = 0;
-    int first = 0, length = 0, row = 0;
-    while (row < static_cast<int>(records.size())) {
-      const bool one = records[static_cast<std::size_t>(row)] != kNoRecord && tags[static_cast<std::size_t>(row)] == 1;
-      if (one) {
-        if (length == 0) first = row;
-        ++length;
-        ++row;
-      } else if (length) {
-        dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(length));
-        deleted += length;
-        length = 0;
-        row = first + 1;
-      } else {
-        ++row;
-      }
-    }
-    if (length) {
-      dbDelete(static_cast<uint32_t>(first), static_cast<uint32_t>(length));
-      deleted += length;
+    for (std::size_t row = 0; row < records.size(); ++row) {
+      std::size_t end = row;
+      while (one(end)) ++end;
+      if (end == row) continue;
+      dbDelete(static_cast<uint32_t>(row), static_cast<uint32_t>(end - row));
+      deleted += static_cast<int>(end - row);
     }
     return deleted;
   }
@@ -536,9 +485,9 @@ class World {
     std::vector<std::string> new_names, new_texts;
     for (int id : ids) {
       const int r = id == kNoRecord ? -1 : rowOf(id);
-      new_tags.push_back(r < 0 ? 0 : tags[static_cast<std::size_t>(r)]);
-      new_names.push_back(r < 0 ? std::string() : names[static_cast<std::size_t>(r)]);
-      new_texts.push_back(r < 0 ? std::string() : tag_texts[static_cast<std::size_t>(r)]);
+      new_tags.push_back(r < 0 ? 0 : tags[r]);
+      new_names.push_back(r < 0 ? std::string() : names[r]);
+      new_texts.push_back(r < 0 ? std::string() : tag_texts[r]);
     }
     records = ids;
     tags = new_tags;
@@ -553,27 +502,29 @@ class World {
     tag_texts.erase(tag_texts.begin() + first, tag_texts.begin() + first + count);
   }
 
-  // ------------------------------------------------------- deleting through views
   int run(int v, int row, int n) const {
     if (row >= n - 1) return 1;
     int length = 1;
     const std::vector<Slot>& s = views[v].slots;
-    while (length < n - row && static_cast<uint64_t>(s[static_cast<std::size_t>(row + length)].row) ==
-                                   static_cast<uint64_t>(s[static_cast<std::size_t>(row + length - 1)].row) + 1) {
+    while (length < n - row &&
+           static_cast<uint64_t>(s[row + length].row) == static_cast<uint64_t>(s[row + length - 1].row) + 1) {
       ++length;
     }
     return length;
   }
 
-  void deleteRecords(int v, int row, int count) {
-    for (;;) {
-      if (row < 0 || !hasSource(v)) return;
+  // Hands view rows down the chain run by run: to the database's deletion when deleting,
+  // else to the base view's removal (or, at the bottom, to remove).
+  void passRuns(int v, int row, int count, bool deleting) {
+    while (row >= 0) {
       const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
       if (n < 1) return;
+      const int base = views[v].base;
+      if (!deleting && base < 0) return remove(v, row, n);
       const int length = run(v, row, n);
-      const uint32_t first = views[v].slots[static_cast<std::size_t>(row)].row;
-      if (views[v].base >= 0) {
-        deleteRecords(views[v].base, static_cast<int>(first), length);
+      const uint32_t first = views[v].slots[row].row;
+      if (base >= 0) {
+        passRuns(base, static_cast<int>(first), length, deleting);
       } else {
         dbDelete(first, static_cast<uint32_t>(length));
       }
@@ -581,22 +532,8 @@ class World {
       if (count <= 0) return;
     }
   }
-
-  void removeFromBase(int v, int row, int count) {
-    for (;;) {
-      if (row < 0 || !hasSource(v)) return;
-      const int n = static_cast<int>(std::min<int64_t>(count, views[v].count - row));
-      if (n < 1) return;
-      if (views[v].base < 0) {
-        remove(v, row, n);
-        return;
-      }
-      const int length = run(v, row, n);
-      removeFromBase(views[v].base, static_cast<int>(views[v].slots[static_cast<std::size_t>(row)].row), length);
-      count = n - length;
-      if (count <= 0) return;
-    }
-  }
+  void deleteRecords(int v, int row, int count) { passRuns(v, row, count, true); }
+  void removeFromBase(int v, int row, int count) { passRuns(v, row, count, false); }
 
   // The run walk of deleteTagged (deleting) and removeTagged / removeNonTagged.
   int runs(int v, bool tagged, bool deleting) {
@@ -620,11 +557,11 @@ class World {
   }
 
   void insertBlank(int v, int at, int count) {
-    if (!hasSource(v) || count < 0) return;
+    if (count < 0) return;
     at = clamp(v, at);
     uint32_t first;
     if (at < views[v].count) {
-      first = views[v].slots[static_cast<std::size_t>(at)].row;
+      first = views[v].slots[at].row;
       if (views[v].base >= 0) {
         insertBlank(views[v].base, static_cast<int>(first), count);
       } else {
@@ -648,7 +585,7 @@ class World {
     if (object == kDatabase) return db_listeners_;
     if (view_listeners_.size() <= static_cast<std::size_t>(object))
       view_listeners_.resize(static_cast<std::size_t>(object) + 1);
-    return view_listeners_[static_cast<std::size_t>(object)];
+    return view_listeners_[object];
   }
 
   int add(int object, int view) {

@@ -14,19 +14,15 @@
 
 namespace viewprobe {
 
-inline int deletedType() {
-  return NotifyMsgTypeDictionary::instance().intern(LightweightString<char>("recordsDeleted"));
-}
-inline int changedType() {
-  return NotifyMsgTypeDictionary::instance().intern(LightweightString<char>("recordsChanged"));
-}
-
 // Listens to one notifier for both message types while it lives.
 class Probe {
  public:
   Probe(Notifier& notifier, int object, std::vector<std::string>& log) : object_(object), log_(log) {
-    deleted_ = notifier.registerNotification(this, &Probe::onDeleted, deletedType());
-    changed_ = notifier.registerNotification(this, &Probe::onChanged, changedType());
+    auto& types = NotifyMsgTypeDictionary::instance();
+    deleted_ =
+        notifier.registerNotification(this, &Probe::onDeleted, types.intern(LightweightString<char>("recordsDeleted")));
+    changed_ =
+        notifier.registerNotification(this, &Probe::onChanged, types.intern(LightweightString<char>("recordsChanged")));
   }
   Probe(const Probe&) = delete;
   Probe& operator=(const Probe&) = delete;
@@ -73,14 +69,29 @@ inline int label(kesta& db, int next) {
   return next;
 }
 
-// The raw entries of a view, as "row:tag" words, for messages.
-inline std::string describe(KSTViewRep& view) {
-  std::string out;
-  for (int i = 0; i < static_cast<int>(view.get_num_records()); ++i) {
-    out += std::to_string(view.sourceRow(i)) + ":" + std::to_string(view.get_tag(static_cast<unsigned>(i))) + " ";
-  }
+// The identities a view or database shows, row by row.
+template <class Source>
+std::vector<int> shown(Source& source) {
+  std::vector<int> ids;
+  for (unsigned r = 0; r < source.get_num_records(); ++r) ids.push_back(identity(source.get_record(r)));
+  return ids;
+}
+
+inline std::vector<std::string> params(KSTBase& object) {
+  std::vector<std::string> out;
+  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
   return out;
 }
+
+// A view held by the test for the scope.
+struct Held {
+  explicit Held(KSTViewRep* v) : view(v) { view->addUse(); }
+  ~Held() { view->releaseUse(); }
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+  KSTViewRep* operator->() const { return view; }
+  KSTViewRep* view;
+};
 
 }  // namespace viewprobe
 

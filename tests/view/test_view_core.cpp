@@ -1,6 +1,5 @@
-// The view core: construction and parameters, uses and destruction, mapping of rows through a
-// chain, the forwarded record-source operations with their deliberate quirks, the index's
-// capacity and slot contents, display operations and copies.
+// The view core: parameters, uses, mapping of rows through a chain, the forwarded record-source
+// operations with their deliberate quirks, and display operations.
 
 #include <gtest/gtest.h>
 
@@ -9,28 +8,9 @@
 
 namespace {
 
-using Log = std::vector<std::string>;
-
-struct Held {
-  explicit Held(KSTViewRep* v) : view(v) { view->addUse(); }
-  ~Held() { view->releaseUse(); }
-  Held(const Held&) = delete;
-  Held& operator=(const Held&) = delete;
-  KSTViewRep* operator->() const { return view; }
-  KSTViewRep* view;
-};
-
-std::vector<int> shown(iKST& source) {
-  std::vector<int> ids;
-  for (unsigned r = 0; r < source.get_num_records(); ++r) ids.push_back(viewprobe::identity(source.get_record(r)));
-  return ids;
-}
-
-std::vector<std::string> params(KSTBase& object) {
-  std::vector<std::string> out;
-  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
-  return out;
-}
+using viewprobe::Held;
+using viewprobe::params;
+using viewprobe::shown;
 
 TEST(ViewCore, NewViewIsEmptyAndCarriesTheDatabasesParameters) {
   Zr::Ptr<kesta> db = viewprobe::makeDatabase(4);
@@ -55,32 +35,6 @@ TEST(ViewCore, NewViewIsEmptyAndCarriesTheDatabasesParameters) {
   chained->internRevision();
   chained->internRevision();
   EXPECT_EQ(params(*chained.view), (std::vector<std::string>{"KESTA=Rev 1"}));
-}
-
-TEST(ViewCore, UsesKeepViewsAliveAndReleaseDeregisters) {
-  Zr::Ptr<kesta> db = viewprobe::makeDatabase(3);
-  const std::size_t before = db->listenerCount();
-  KSTViewRep* base = new KSTViewRep(db.get());
-  base->addUse();
-  KSTViewRep* outer = new KSTViewRep(db.get());
-  outer->addUse();
-  outer->baseView(base);
-  EXPECT_EQ(db->listenerCount(), before + 2);
-  EXPECT_EQ(base->useCount(), 2u);
-  EXPECT_EQ(base->listenerCount(), 1u);
-  base->releaseUse();  // the chained view still holds it
-  EXPECT_EQ(base->useCount(), 1u);
-  base->displayAllRecords();
-  outer->displayAllRecords();
-  EXPECT_EQ(shown(*outer), (std::vector<int>{0, 1, 2}));
-  outer->releaseUse();  // destroys the outer view, which lets the base view go too
-  EXPECT_EQ(db->listenerCount(), before);
-
-  // A view handed out with no use dies at its first release.
-  KSTViewRep* loose = new KSTViewRep(db.get());
-  EXPECT_EQ(db->listenerCount(), before + 1);
-  loose->releaseUse();
-  EXPECT_EQ(db->listenerCount(), before);
 }
 
 TEST(ViewCore, RowsMapThroughTheChain) {
@@ -151,57 +105,6 @@ TEST(ViewCore, ForwardsReachTheMappedRowExceptWhereTheyMustNot) {
   EXPECT_EQ(detached->make_dummy_record(), nullptr);
 }
 
-TEST(ViewCore, RemoveAnnouncesTheViewRowsItTakes) {
-  Zr::Ptr<kesta> db = viewprobe::makeDatabase(5);
-  Held view(new KSTViewRep(db.get()));
-  view->displayAllRecords();
-  Log log;
-  viewprobe::Probe probe(*view.view, 0, log);
-  view->remove(2, 10);
-  view->remove(2, 1);
-  view->remove(-1, 1);
-  view->remove(0, 0);
-  EXPECT_EQ(log, (Log{"v0 recordsDeleted [2 3 4 ]", "v0 recordsDeleted []"}));
-  EXPECT_EQ(shown(*view.view), (std::vector<int>{0, 1}));
-  EXPECT_EQ(db->get_num_records(), 5u);
-}
-
-TEST(ViewCore, CapacityAndTheTagsNewEntriesFindInTheirSlots) {
-  Zr::Ptr<kesta> db = viewprobe::makeDatabase(50);
-  Held view(new KSTViewRep(db.get()));
-  EXPECT_EQ(view->capacity(), 0);
-  std::vector<int> capacities;
-  for (unsigned r = 0; r < 45; ++r) {
-    view->append(r);
-    capacities.push_back(view->capacity());
-  }
-  EXPECT_EQ(capacities[0], 20);
-  EXPECT_EQ(capacities[20], 40);
-  EXPECT_EQ(capacities[44], 80);
-  view->remove(0, 30);  // 15 rows left: 80 > 2 * 20, halved once
-  EXPECT_EQ(view->capacity(), 40);
-  view->clear();
-  EXPECT_EQ(view->capacity(), 0);
-  EXPECT_EQ(view->get_num_records(), 0u);
-
-  // Entries written by a display keep the tag their slot held.
-  view->displayRecordsAt(0, 3, 0);
-  view->set_tag(0, 1);
-  view->displayRecordsAt(10, 1, 0);
-  EXPECT_EQ(view->get_tag(0), 1) << "the slot of row 0 was tagged";
-  EXPECT_EQ(view->get_tag(1), 1) << "the tagged entry moved up";
-  // A removed entry leaves its slot behind the live rows; appending finds its tag there.
-  view->set_tag(0, 0);
-  view->set_tag(3, 1);  // the last row
-  view->remove(0, 1);
-  EXPECT_EQ(view->get_num_records(), 3u);
-  view->displayRecordsAt(20, 1, 3);
-  EXPECT_EQ(view->get_tag(3), 1);
-  view->buildIndex();
-  EXPECT_EQ(view->get_num_records(), 50u);
-  EXPECT_EQ(view->get_tag(0), 1) << "rebuilding keeps the slots' tags";
-}
-
 TEST(ViewCore, DisplayOperations) {
   Zr::Ptr<kesta> db = viewprobe::makeDatabase(10);
   Held view(new KSTViewRep(db.get()));
@@ -249,42 +152,6 @@ TEST(ViewCore, DisplayByIdentifier) {
   EXPECT_EQ(view->get_num_records(), 4u);
   EXPECT_EQ(view->sourceRow(0), 2u);
   EXPECT_EQ(view->sourceRow(3), 0u);
-}
-
-TEST(ViewCopy, CopiesShareTheDatabaseOrStandOnAPrivateOne) {
-  Zr::Ptr<kesta> db = viewprobe::makeDatabase(5);
-  Held view(new KSTViewRep(db.get()));
-  view->displayRecordsAt(3, 2, 0);
-  view->displayRecordsAt(0, 1, 2);  // rows 3, 4, 0
-  view->set_tag(1, 1);
-  Held copy(view->copy());
-  EXPECT_EQ(shown(*copy.view), (std::vector<int>{3, 4, 0}));
-  EXPECT_EQ(copy->get_tag(1), 1);
-  EXPECT_EQ(copy->countTags(), 1);
-
-  // A chained view's copy shows every row of the base view, with the tags laid by position.
-  Held outer(new KSTViewRep(db.get()));
-  outer->baseView(view.view);
-  outer->displayRecordsAt(2, 1, 0);
-  outer->set_tag(0, 1);
-  Held chained_copy(outer->copy());
-  EXPECT_EQ(chained_copy->baseViewRep(), view.view);
-  EXPECT_EQ(shown(*chained_copy.view), (std::vector<int>{3, 4, 0}));
-  EXPECT_EQ(chained_copy->get_tag(0), 1);
-
-  // A copy on a private database stays as it was when the first database loses records.
-  Held apart(outer->copyWithNewBaseView());
-  EXPECT_NE(apart->database(), db.get());
-  EXPECT_EQ(apart->baseViewRep(), nullptr);
-  EXPECT_EQ(shown(*apart.view), (std::vector<int>{0}));
-  EXPECT_EQ(apart->get_tag(0), 1);
-  db->delete_records(0, 5);
-  EXPECT_EQ(shown(*apart.view), (std::vector<int>{0}));
-  EXPECT_EQ(view->get_num_records(), 0u);
-
-  Held detached(new KSTViewRep(nullptr));
-  EXPECT_EQ(detached->copy(), nullptr);
-  EXPECT_EQ(detached->copyWithNewBaseView(), nullptr);
 }
 
 }  // namespace

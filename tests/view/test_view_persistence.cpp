@@ -14,7 +14,7 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using Texts = std::vector<std::string>;
 
 constexpr unsigned kName = 0;
 constexpr unsigned kTag = 2;
@@ -34,61 +34,31 @@ Zr::Ptr<kesta> makeDatabase(int rows, bool with_tag = true) {
   return db;
 }
 
-Lines linesOf(const std::string& path) {
-  Lines out;
-  const std::string text = testutil::readFile(path);
-  std::size_t start = 0;
-  while (start < text.size()) {
-    const std::size_t end = text.find('\n', start);
-    out.push_back(text.substr(start, end - start));
-    if (end == std::string::npos) break;
-    start = end + 1;
-  }
-  return out;
-}
-
 Zr::Ptr<kesta> load(const testutil::TempDir& dir, const std::string& name) {
   return Zr::Ptr<kesta>(new kesta(dir.wfile(name), 0x7fffffff, false));
 }
 
-std::vector<std::string> column(iKST& source, unsigned field) {
-  std::vector<std::string> out;
+Texts column(iKST& source, unsigned field) {
+  Texts out;
   for (unsigned r = 0; r < source.get_num_records(); ++r) out.push_back(source.getField(r, field).c_str());
   return out;
 }
 
-std::vector<std::string> params(KSTBase& object) {
-  std::vector<std::string> out;
-  for (const Zr::AttribValuePair& pair : object.params()) out.push_back(pair.asString().c_str());
-  return out;
-}
-
 // Everything observable about a database's records: every field, the tag and the changed mark.
-std::vector<std::string> snapshot(kesta& db) {
-  std::vector<std::string> out;
+Texts snapshot(kesta& db) {
+  Texts out;
   for (unsigned r = 0; r < db.get_num_records(); ++r) {
     Zr::Ptr<dbrecord> record = db.get_record(r);
     std::string line;
     for (unsigned short f = 0; f < record->get_num_fields(); ++f) line += std::string(record->get_field(f)) + "|";
-    line += " tag " + std::to_string(record->get_tag()) + (record->changed() ? " changed" : "");
-    out.push_back(line);
+    out.push_back(line + " tag " + std::to_string(record->get_tag()) + (record->changed() ? " changed" : ""));
   }
   return out;
 }
 
-const Lines kHead{"\"KESTA:Rev 1\"",
-                  "\"Mode:x\"",
-                  "\"Own:1\"",
-                  "\"KESTA\"",
-                  "\"32\",\"24\",\"1\"",
-                  "\"text\",\"text\",\"text\"",
-                  "\"Name\",\"Scene\",\"Tag\""};
-
-Lines withHead(const Lines& records) {
-  Lines out = kHead;
-  out.insert(out.end(), records.begin(), records.end());
-  return out;
-}
+const std::string kHead =
+    "\"KESTA:Rev 1\"\n\"Mode:x\"\n\"Own:1\"\n\"KESTA\"\n\"32\",\"24\",\"1\"\n\"text\",\"text\",\"text\"\n"
+    "\"Name\",\"Scene\",\"Tag\"\n";
 
 TEST(ViewSave, WritesItsRowsWithItsOwnTagsAndLeavesTheDatabaseAlone) {
   testutil::TempDir dir;
@@ -96,15 +66,11 @@ TEST(ViewSave, WritesItsRowsWithItsOwnTagsAndLeavesTheDatabaseAlone) {
   db->set_tag(3, 1);  // tagged in the database, not in the view
   db->set_field(4, kTag, "1");
   db->clear_changed();
-  const std::vector<std::string> before = snapshot(*db);
-
+  const Texts before = snapshot(*db);
   KSTView view(new KSTViewRep(db.get()));
   view->add_param("Own", "1");
-  view->displayRecordsAt(4, 1, 0);
-  view->displayRecordsAt(0, 1, 1);
-  view->displayRecordsAt(3, 1, 2);  // rows 4, 0, 3
+  for (int row : {4, 0, 3}) view->displayRecordsAt(row, 1, static_cast<int>(view->get_num_records()));
   view->set_tag(1, 1);
-  const Lines expected = withHead({"\"Shot 4\",\"s4\",\"0\"", "\"Shot 0\",\"s0\",\"1\"", "\"Shot 3\",\"s3\",\"0\""});
 
   // Every way of saving writes the same file.
   struct Way {
@@ -121,48 +87,40 @@ TEST(ViewSave, WritesItsRowsWithItsOwnTagsAndLeavesTheDatabaseAlone) {
        }},
   };
   for (const Way& way : ways) {
+    SCOPED_TRACE(way.what);
     std::remove(dir.file("out.kst").c_str());
-    EXPECT_EQ(way.save(*view, dir), 3) << way.what;
-    EXPECT_EQ(linesOf(dir.file("out.kst")), expected) << way.what;
-    EXPECT_EQ(snapshot(*db), before) << way.what;
-    EXPECT_EQ(db->changed(), 0) << way.what;
+    EXPECT_EQ(way.save(*view, dir), 3);
+    EXPECT_EQ(testutil::readFile(dir.file("out.kst")),
+              kHead + "\"Shot 4\",\"s4\",\"0\"\n\"Shot 0\",\"s0\",\"1\"\n\"Shot 3\",\"s3\",\"0\"\n");
+    EXPECT_EQ(snapshot(*db), before);
+    EXPECT_EQ(db->changed(), 0);
   }
-
   // The file is a database of its own: the view's parameters, all columns, the view's rows.
   Zr::Ptr<kesta> copy = load(dir, "out.kst");
   EXPECT_EQ(copy->get_valid(), 1);
-  EXPECT_EQ(params(*copy), (std::vector<std::string>{"KESTA=Rev 1", "Mode=x", "Own=1"}));
+  EXPECT_EQ(viewprobe::params(*copy), (Texts{"KESTA=Rev 1", "Mode=x", "Own=1"}));
   ASSERT_EQ(copy->get_num_fields(), 3u);
-  EXPECT_EQ(column(*copy, kName), (std::vector<std::string>{"Shot 4", "Shot 0", "Shot 3"}));
-  EXPECT_EQ(column(*copy, kTag), (std::vector<std::string>{"0", "1", "0"}));
-  EXPECT_EQ(view->get_num_records(), 3u);
+  EXPECT_EQ(column(*copy, kName), (Texts{"Shot 4", "Shot 0", "Shot 3"}));
+  EXPECT_EQ(column(*copy, kTag), (Texts{"0", "1", "0"}));
 }
 
 TEST(ViewSave, HeaderOnlyAndEmptyViewsWriteTheHeadAndAnswerZero) {
   testutil::TempDir dir;
   Zr::Ptr<kesta> db = makeDatabase(3);
   KSTView full(new KSTViewRep(db.get()));
-  full->add_param("Own", "1");
-  full->displayAllRecords();
   KSTView empty(new KSTViewRep(db.get()));
-  empty->add_param("Own", "1");
-
-  struct Case {
-    const char* what;
-    int answer;
-  } cases[] = {
-      {"header only", full->saveAsText(dir.wfile("head.kst"), true)},
-      {"empty view", empty->saveAsText(dir.wfile("empty.kst"), false)},
-      {"empty view, tagged only", empty->saveOnlyTagged(dir.wfile("empty-tagged.kst"))},
-  };
-  const char* files[] = {"head.kst", "empty.kst", "empty-tagged.kst"};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(cases[i].answer, 0) << cases[i].what;
-    EXPECT_EQ(linesOf(dir.file(files[i])), kHead) << cases[i].what;
-    Zr::Ptr<kesta> loaded = load(dir, files[i]);
-    EXPECT_EQ(loaded->get_valid(), 1) << cases[i].what;
-    EXPECT_EQ(loaded->get_num_fields(), 3u) << cases[i].what;
-    EXPECT_EQ(loaded->get_num_records(), 0u) << cases[i].what;
+  for (KSTView* v : {&full, &empty}) (*v)->add_param("Own", "1");
+  full->displayAllRecords();
+  EXPECT_EQ(full->saveAsText(dir.wfile("head.kst"), true), 0);
+  EXPECT_EQ(empty->saveAsText(dir.wfile("empty.kst"), false), 0);
+  EXPECT_EQ(empty->saveOnlyTagged(dir.wfile("empty-tagged.kst")), 0);
+  for (const char* name : {"head.kst", "empty.kst", "empty-tagged.kst"}) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(testutil::readFile(dir.file(name)), kHead);
+    Zr::Ptr<kesta> loaded = load(dir, name);
+    EXPECT_EQ(loaded->get_valid(), 1);
+    EXPECT_EQ(loaded->get_num_fields(), 3u);
+    EXPECT_EQ(loaded->get_num_records(), 0u);
   }
 }
 
@@ -172,31 +130,25 @@ TEST(ViewSave, NothingIsWrittenWithoutASourceADatabaseOrAPlace) {
   KSTView view(new KSTViewRep(db.get()));
   view->displayAllRecords();
   db->set_tag(0, 1);
-
   EXPECT_EQ(view->saveAsText(LightweightString<wchar_t>(), false), 0);
   EXPECT_EQ(view->saveAsText(static_cast<const char*>(nullptr), false), 0);
   EXPECT_EQ(view->saveOnlyTagged(""), 0);
   EXPECT_EQ(view->save_text(), 0) << "the database has no file name, so neither has the view";
 
+  // Detached, or chained without a database (rows to show, but no column header), or with a
+  // place that cannot be written: 0 however many lines were ready, and no file.
   KSTView detached(new KSTViewRep(nullptr));
   detached->displayRecordsAt(0, 2, 0);
-  EXPECT_EQ(detached->saveAsText(dir.wfile("detached.kst"), false), 0);
-  EXPECT_EQ(detached->saveOnlyTagged(dir.wfile("detached.kst")), 0);
-  EXPECT_FALSE(testutil::pathExists(dir.file("detached.kst")));
-
-  // Chained without a database: rows to show, but no column header to write.
   KSTView headless(new KSTViewRep(nullptr));
   headless->baseView(view.get());
   headless->displayAllRecords();
   ASSERT_EQ(headless->get_num_records(), 2u);
-  EXPECT_EQ(headless->saveAsText(dir.wfile("headless.kst"), false), 0);
-  EXPECT_FALSE(testutil::pathExists(dir.file("headless.kst")));
-
-  // A failed save answers 0 however many lines were ready.
-  const std::string nowhere = dir.file("missing/out.kst");
-  EXPECT_EQ(view->saveAsText(nowhere.c_str(), false), 0);
-  EXPECT_EQ(view->saveOnlyTagged(nowhere.c_str()), 0);
-  EXPECT_FALSE(testutil::pathExists(nowhere));
+  for (auto [source, name] : {std::pair{&detached, "detached.kst"}, {&headless, "headless.kst"},
+                              {&view, "missing/out.kst"}}) {
+    EXPECT_EQ((*source)->saveAsText(dir.file(name).c_str(), false), 0) << name;
+    EXPECT_EQ((*source)->saveOnlyTagged(dir.wfile(name)), 0) << name;
+    EXPECT_FALSE(testutil::pathExists(dir.file(name))) << name;
+  }
 }
 
 TEST(ViewSave, ChainedViewsWriteTheirOwnRowsUnderTheDatabasesFullHeader) {
@@ -211,9 +163,8 @@ TEST(ViewSave, ChainedViewsWriteTheirOwnRowsUnderTheDatabasesFullHeader) {
   outer->displayRecordsAt(3, 1, 0);
   outer->displayRecordsAt(0, 1, 1);  // base rows 3, 0: database rows 4, 1
   outer->set_tag(1, 1);
-
   EXPECT_EQ(outer->saveAsText(dir.wfile("outer.kst"), false), 2);
-  EXPECT_EQ(linesOf(dir.file("outer.kst")), withHead({"\"Shot 4\",\"s4\",\"0\"", "\"Shot 1\",\"s1\",\"1\""}));
+  EXPECT_EQ(testutil::readFile(dir.file("outer.kst")), kHead + "\"Shot 4\",\"s4\",\"0\"\n\"Shot 1\",\"s1\",\"1\"\n");
 }
 
 TEST(ViewSave, WithoutATagFieldRecordsGoOutAsTheyAre) {
@@ -225,43 +176,37 @@ TEST(ViewSave, WithoutATagFieldRecordsGoOutAsTheyAre) {
   db->set_tag(1, 1);
   EXPECT_EQ(view->saveAsText(dir.wfile("plain.kst"), false), 3);
   EXPECT_EQ(view->saveOnlyTagged(dir.wfile("plain-tagged.kst")), 3);
-
   Zr::Ptr<kesta> all = load(dir, "plain.kst");
   ASSERT_EQ(all->get_num_fields(), 2u);
   EXPECT_EQ(column(*all, kName), column(*db, kName));
   EXPECT_EQ(column(*all, 1u), column(*db, 1u));
   Zr::Ptr<kesta> tagged = load(dir, "plain-tagged.kst");
-  EXPECT_EQ(column(*tagged, kName), (std::vector<std::string>{"Shot 1"}));
-  EXPECT_EQ(column(*tagged, 1u), (std::vector<std::string>{"s1"}));
+  EXPECT_EQ(column(*tagged, kName), (Texts{"Shot 1"}));
+  EXPECT_EQ(column(*tagged, 1u), (Texts{"s1"}));
 }
 
 TEST(ViewSaveOnlyTagged, WritesTheRecordsTheDatabaseTagsAndAnswersTheRowCount) {
   testutil::TempDir dir;
   Zr::Ptr<kesta> db = makeDatabase(6);
   db->set_field(2, kTag, "7");  // the record's own text goes out untouched
-  db->set_tag(2, 1);
-  db->set_tag(4, 1);
-  db->set_tag(5, 1);  // not in the view
+  for (unsigned row : {2u, 4u, 5u}) db->set_tag(row, 1);  // row 5 is not in the view
   KSTView view(new KSTViewRep(db.get()));
   view->add_param("Own", "1");
-  for (int row : {4, 3, 2, 1, 0}) view->displayRecordsAt(row, 1, view->get_num_records());
-  view->set_tag(1, 1);  // database row 3: tagged in the view only
-  view->set_tag(3, 1);  // database row 1: likewise
-
+  for (int row : {4, 3, 2, 1, 0}) view->displayRecordsAt(row, 1, static_cast<int>(view->get_num_records()));
+  view->set_tag(1, 1);  // database rows 3 and 1: tagged in the view only
+  view->set_tag(3, 1);
   EXPECT_EQ(view->saveOnlyTagged(dir.wfile("tagged.kst")), 5);
-  EXPECT_EQ(linesOf(dir.file("tagged.kst")), withHead({"\"Shot 4\",\"s4\",\"\"", "\"Shot 2\",\"s2\",\"7\""}));
+  EXPECT_EQ(testutil::readFile(dir.file("tagged.kst")), kHead + "\"Shot 4\",\"s4\",\"\"\n\"Shot 2\",\"s2\",\"7\"\n");
   EXPECT_STREQ(db->getField(2, kTag).c_str(), "7");
-
   // The same view saved whole carries the view's flags instead.
   EXPECT_EQ(view->saveAsText(dir.wfile("whole.kst"), false), 5);
   Zr::Ptr<kesta> whole = load(dir, "whole.kst");
-  EXPECT_EQ(column(*whole, kName), (std::vector<std::string>{"Shot 4", "Shot 3", "Shot 2", "Shot 1", "Shot 0"}));
-  EXPECT_EQ(column(*whole, kTag), (std::vector<std::string>{"0", "1", "0", "1", "0"}));
-
+  EXPECT_EQ(column(*whole, kName), (Texts{"Shot 4", "Shot 3", "Shot 2", "Shot 1", "Shot 0"}));
+  EXPECT_EQ(column(*whole, kTag), (Texts{"0", "1", "0", "1", "0"}));
   // With the database's tags gone, the tagged-only file has no records but the same answer.
   db->set_all_tags(0);
   EXPECT_EQ(view->saveOnlyTagged(dir.file("none.kst").c_str()), 5);
-  EXPECT_EQ(linesOf(dir.file("none.kst")), kHead);
+  EXPECT_EQ(testutil::readFile(dir.file("none.kst")), kHead);
 }
 
 TEST(ViewSave, RowsThatNameNoRecordAreSkipped) {
@@ -281,11 +226,10 @@ TEST(ViewSave, RowsThatNameNoRecordAreSkipped) {
   const std::string shown = b->getField(1, kName).c_str();
   b->tagAll(true);
   db->set_all_tags(1);
-
   EXPECT_EQ(b->saveAsText(dir.wfile("b.kst"), false), 1);
-  EXPECT_EQ(column(*load(dir, "b.kst"), kName), (std::vector<std::string>{shown}));
+  EXPECT_EQ(column(*load(dir, "b.kst"), kName), (Texts{shown}));
   EXPECT_EQ(b->saveOnlyTagged(dir.wfile("b-tagged.kst")), 2);
-  EXPECT_EQ(column(*load(dir, "b-tagged.kst"), kName), (std::vector<std::string>{shown}));
+  EXPECT_EQ(column(*load(dir, "b-tagged.kst"), kName), (Texts{shown}));
 }
 
 }  // namespace

@@ -10,11 +10,7 @@
 
 namespace {
 
-std::vector<int> shown(KSTViewRep& view) {
-  std::vector<int> ids;
-  for (unsigned i = 0; i < view.get_num_records(); ++i) ids.push_back(viewprobe::identity(view.get_record(i)));
-  return ids;
-}
+using viewprobe::shown;
 
 TEST(ViewPrivateDatabase, ViewsMadeFromACopyOutliveIt) {
   // Each case releases the three handles in another order; the last two also unchain the

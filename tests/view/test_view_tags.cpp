@@ -44,15 +44,7 @@ Zr::Ptr<ScriptedKesta> namedDatabase(const std::vector<const char*>& names) {
   return db;
 }
 
-// A view held by the test, released at the end of the scope.
-struct Held {
-  explicit Held(KSTViewRep* v) : view(v) { view->addUse(); }
-  ~Held() { view->releaseUse(); }
-  Held(const Held&) = delete;
-  Held& operator=(const Held&) = delete;
-  KSTViewRep* operator->() const { return view; }
-  KSTViewRep* view;
-};
+using viewprobe::Held;
 
 std::vector<int> flags(KSTViewRep& view) {
   std::vector<int> out;
@@ -124,49 +116,40 @@ TEST(ViewTags, DuplicatesInOrderCompareIgnoringCase) {
     std::vector<const char*> values;
     int tagged;
     std::vector<int> flags;
+    bool first_tagged = false;  // flags already set stay set
   };
   const Case cases[] = {
-      {{"abc", "ABC", "abd"}, 1, {0, 1, 0}},
-      {{"x", "y", "x"}, 0, {0, 0, 0}},
-      {{"a", "A", "a", "b", "B"}, 3, {0, 1, 1, 0, 1}},
-      {{"", ""}, 1, {0, 1}},
-      {{"only"}, 0, {0}},
+      {{"abc", "ABC", "abd"}, 1, {0, 1, 0}}, {{"x", "y", "x"}, 0, {0, 0, 0}},
+      {{"a", "A", "a", "b", "B"}, 3, {0, 1, 1, 0, 1}}, {{"", ""}, 1, {0, 1}},
+      {{"only"}, 0, {0}}, {{"p", "q"}, 0, {1, 0}, true},
   };
   for (const Case& c : cases) {
     Zr::Ptr<ScriptedKesta> db = namedDatabase(c.values);
     Held view(new KSTViewRep(db.get()));
     view->displayAllRecords();
+    view->set_tag(0, c.first_tagged);
     EXPECT_EQ(view->tagDuplicatesOrdered(kName), c.tagged) << c.values[0];
     EXPECT_EQ(flags(*view.view), c.flags) << c.values[0];
   }
-  // Flags already set stay set.
-  Zr::Ptr<ScriptedKesta> db = namedDatabase({"p", "q"});
-  Held view(new KSTViewRep(db.get()));
-  view->displayAllRecords();
-  view->set_tag(0, 1);
-  EXPECT_EQ(view->tagDuplicatesOrdered(kName), 0);
-  EXPECT_EQ(flags(*view.view), (std::vector<int>{1, 0}));
 }
 
 TEST(ViewTags, DuplicatesAfterSortingAndAllDifferent) {
   Zr::Ptr<ScriptedKesta> db = namedDatabase({"b", "a", "b", "c", "a", "b"});
   Held view(new KSTViewRep(db.get()));
   view->displayAllRecords();
-  EXPECT_EQ(view->tagDuplicates(kName), 3);
+  const auto tagged = [&] {
+    std::multiset<std::string> out;
+    for (unsigned i = 0; i < 6; ++i) {
+      if (view->get_tag(i)) out.insert(view->getField(i, kName).c_str());
+    }
+    return out;
+  };
   // One row of each repeated value stays untagged; which one is up to the sort.
-  std::multiset<std::string> tagged;
-  for (unsigned i = 0; i < 6; ++i) {
-    if (view->get_tag(i)) tagged.insert(view->getField(i, kName).c_str());
-  }
-  EXPECT_EQ(tagged, (std::multiset<std::string>{"a", "b", "b"}));
+  EXPECT_EQ(view->tagDuplicates(kName), 3);
+  EXPECT_EQ(tagged(), (std::multiset<std::string>{"a", "b", "b"}));
   EXPECT_EQ(view->useCount(), 1u) << "the temporary view gave its use back";
-
   EXPECT_EQ(view->tag_all_different(kName), 3);
-  std::multiset<std::string> firsts;
-  for (unsigned i = 0; i < 6; ++i) {
-    if (view->get_tag(i)) firsts.insert(view->getField(i, kName).c_str());
-  }
-  EXPECT_EQ(firsts, (std::multiset<std::string>{"a", "b", "c"}));
+  EXPECT_EQ(tagged(), (std::multiset<std::string>{"a", "b", "c"}));
   EXPECT_EQ(names(*view.view), (std::vector<std::string>{"b", "a", "b", "c", "a", "b"})) << "this view keeps its order";
   EXPECT_EQ(db->get_num_tags(), 0);
 }
