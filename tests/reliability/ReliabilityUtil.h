@@ -50,6 +50,10 @@ class CountingAllocator final : public iAllocator {
   long failures_ = 0;
 };
 
+// The example log's bytes, and the offset past its first `lines` lines.
+const std::string& dailies();
+std::size_t pastLines(int lines);
+
 // Saves `db` as "/saved.kst" on `disk` and loads it back. Checks, tagged with `label`: the
 // save answers the record count and writes the bytes the format prescribes; the reload is
 // what the format gives for them; both databases hold their invariants. Answers whether the

@@ -22,25 +22,16 @@ using reliability::marksOf;
 
 namespace {
 
+using reliability::dailies;
+using reliability::pastLines;
+
 const int kErrors[] = {EIO, ENOSPC, EDQUOT, EACCES, EINTR};
-
-const std::string& dailies() {
-  static const std::string bytes = testutil::readFile(testutil::example("dailies.kst"));
-  return bytes;
-}
-
-// The offset past the first `lines` lines of the example log.
-std::size_t past_lines(int lines) {
-  std::size_t end = 0;
-  for (int line = 0; line < lines; ++line) end = dailies().find('\n', end) + 1;
-  return end;
-}
 
 // The example's records repeated past two of the loader's read blocks, so that a failure can
 // come after records were already built from the earlier blocks.
 std::string long_log() {
   std::string log = dailies();
-  while (log.size() < 2 * TextFileReader::kDefaultBlock + 100000) log += dailies().substr(past_lines(8));
+  while (log.size() < 2 * TextFileReader::kDefaultBlock + 100000) log += dailies().substr(pastLines(8));
   return log;
 }
 
@@ -118,7 +109,7 @@ TEST(LoadFaults, EveryCallFailingGivesTheUnloadableStateWithNothingLeaked) {
 TEST(LoadFaults, FailedReloadOrAppendKeepsTheRecordsAlreadyHeld) {
   const Source& s = short_reads();
   SimFileSystem disk = disk_with(s);
-  disk.putFile("/logs/more.kst", dailies().substr(past_lines(8)));
+  disk.putFile("/logs/more.kst", dailies().substr(pastLines(8)));
   UseFileSystem use(&disk);
   CapturingLogSink log;
   for (bool append : {false, true}) {

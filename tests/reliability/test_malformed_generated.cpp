@@ -18,16 +18,8 @@
 
 namespace {
 
-const std::string& dailies() {
-  static const std::string bytes = testutil::readFile(testutil::example("dailies.kst"));
-  return bytes;
-}
-
-std::size_t past_lines(int lines) {
-  std::size_t end = 0;
-  for (int line = 0; line < lines; ++line) end = dailies().find('\n', end) + 1;
-  return end;
-}
+using reliability::dailies;
+using reliability::pastLines;
 
 class Generated : public testing::Test {
  protected:
@@ -75,7 +67,7 @@ class Generated : public testing::Test {
   // Two bad bytes at every offset in [from, to) of the header and first four records.
   void badBytes(std::size_t from, std::size_t to) {
     static constexpr char kBad[] = {'\0', '"', ',', '\n', '\r', '\\', '\xff', '\x01', ' ', ':', 'n'};
-    const std::string sample = dailies().substr(0, past_lines(12));
+    const std::string sample = dailies().substr(0, pastLines(12));
     for (std::size_t offset = from; offset < to; ++offset) {
       for (std::size_t k : {offset % sizeof kBad, (offset + 5) % sizeof kBad}) {
         if (sample[offset] == kBad[k]) continue;
@@ -116,13 +108,13 @@ TEST_F(Generated, EveryThirtySeventhTruncationOfTheRest) {
 // differently; the round trip must still give what the format prescribes for the bytes
 // written, and most files come back whole. In the records every file comes back whole.
 TEST_F(Generated, BadByteAtEveryOffsetOfTheHeader) {
-  badBytes(0, past_lines(8));
+  badBytes(0, pastLines(8));
   EXPECT_GT(cases_, 900);
   EXPECT_GT(whole_, loaded_ * 9 / 10);
 }
 
 TEST_F(Generated, BadByteAtEveryOffsetOfTheRecords) {
-  badBytes(past_lines(8), past_lines(12));
+  badBytes(pastLines(8), pastLines(12));
   EXPECT_GT(cases_, 2000);
   EXPECT_EQ(whole_, loaded_);
 }

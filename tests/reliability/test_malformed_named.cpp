@@ -103,7 +103,6 @@ std::vector<Case> blank_and_first_line_cases() {
   const std::string rest = kMode + kHeader3 + R1;
   return {
       {"empty file", "", {0, 0, 0, 0}},
-      {"blank CRLF lines", "\r\n\r\n\r\n", {0, 0, 0, 0}},
       {"a million blank lines before the header", kMillionLines + H + R1, {0, 0, 0, 0}},
       {"header then a million blank lines", H + kMillionLines + R1, {1, 2, 3, 0}},
       {"a blank line between records", H + R1 + "\n" + R2, {1, 2, 3, 1}},
@@ -192,9 +191,6 @@ std::vector<Case> record_cases() {
        [](D db) { EXPECT_EQ(field(db, 0, 0), "Sh\0ot 3"s); }},
       {"CRLF line ends", crlf(H + R1 + R2), {1, 2, 3, 2}},
       {"unterminated quote in a middle field", H + R1 + "\"Shot 3\",\"01:00:20:00,\"0\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
-      {"quote closed on the next line", H + "\"Shot 3\",\"01:00:20:00\",\"0\n1\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
-      {"stray quote in an unquoted field", H + "Sh\"ot 3,01:00:20:00,0\n", {1, 2, 3, 1},
-       [](D db) { EXPECT_EQ(field(db, 0, 0), "Shot 3"); }},
       {"doubled quotes", H + "\"say \"\"hi\"\"\",\"\"\"\",\"0\"\n", {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"say \"hi\"", "\"", "0"})); }},
       {"escapes", H + "\"line1\\nline2\",\"a\\\\b\",\"c\\\n", {1, 2, 3, 1},
