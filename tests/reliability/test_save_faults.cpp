@@ -43,7 +43,7 @@ Zr::Ptr<kesta> make_log(int rows, bool old_version = false, bool clean = false) 
     db->set_field(r, 3, r % 5 == 0 ? "stale" : "0");
   }
   db->clear_changed();
-  for (int r = 0; r < rows; r += 3) db->set_field(r, 2, "retake");
+  for (int r = rows - 1; r >= 0; r -= 3) db->set_field(r, 2, "retake");  // the last row among them
   for (int r = 0; r < rows; r += 4) db->set_tag(r, 1);
   if (clean) db->clear_changed();
   return db;
