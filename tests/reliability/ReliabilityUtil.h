@@ -1,18 +1,18 @@
 #ifndef KESTA_TESTS_RELIABILITY_RELIABILITYUTIL_H
 #define KESTA_TESTS_RELIABILITY_RELIABILITYUTIL_H
-// Helpers of the reliability tests: a database's content and marks as plain values, an
-// allocator that counts live blocks, and the check every loaded database goes through.
+// A database's content and marks as plain values, an allocator that counts live blocks and
+// fails on demand, and the save-and-reload check.
 
 #include <string>
 #include <vector>
 
 #include "FileModel.h"
+#include "SimFileSystem.h"
 #include "record/kesta.h"
-#include "support/OS.h"
 
 namespace reliability {
 
-// The database's content as the file format sees it: the full record list, fields byte-exact.
+// The full record list as the file format sees it, fields byte-exact.
 filemodel::Content contentOf(const kesta& db);
 
 // What a save may change besides the text: changed marks, tags, and which record is where.
@@ -25,49 +25,40 @@ struct Marks {
 };
 Marks marksOf(const kesta& db);
 
-// Counts the blocks handed out and not yet released; installs itself for its lifetime.
+// Installs itself for its lifetime; allocation `n` from now (from 1) throws BadAlloc, alone or
+// with every later one.
 class CountingAllocator final : public iAllocator {
  public:
-  CountingAllocator();
-  ~CountingAllocator() override;
+  CountingAllocator() : previous_(setAllocator(this)) {}
+  ~CountingAllocator() override { setAllocator(previous_); }
   CountingAllocator(const CountingAllocator&) = delete;
   CountingAllocator& operator=(const CountingAllocator&) = delete;
   void* allocate(std::size_t size) override;
   void release(void* block) noexcept override;
   long live() const { return live_; }
-  // Allocation number `n` from now (from 1) throws Zr::Exception::BadAlloc; 0 disarms.
-  void failAllocation(long n) {
+  void failAllocation(long n, bool andLater = false) {
     fail_in_ = n;
-    fail_on_ = false;
+    fail_on_ = andLater && n > 0;
   }
-  // Allocation number `n` from now and every later one throw; 0 disarms.
-  void failFrom(long n) {
-    fail_in_ = n;
-    fail_on_ = n > 0;
-  }
-  // How many allocations have thrown since this allocator was installed.
   long failures() const { return failures_; }
 
  private:
   iAllocator* previous_;
   long live_ = 0;
   long fail_in_ = 0;
-  bool fail_on_ = false;  // keep failing once the armed allocation is reached
+  bool fail_on_ = false;
   long failures_ = 0;
 };
 
-// The log lines a load may write; anything else in `log` is answered as "" otherwise.
-std::string unexpectedLogLines(const std::string& log);
+// The example log's bytes, and the offset past its first `lines` lines.
+const std::string& dailies();
+std::size_t pastLines(int lines);
 
-// Saves `db` under `fileName` with whatever file system is installed, then loads the file
-// into a new database. Checks, through gtest assertions tagged with `label`: the save answers
-// the record count; the bytes are those the format prescribes; the reload is what the format
-// gives for those bytes; both databases pass the invariant check. Answers whether the columns
-// and records came back as they were (up to what writing a field does to it).
-bool roundTrip(kesta& db, const std::string& fileName, const std::string& label);
-
-// Reads a file with whatever file system is installed; "" when it cannot be read.
-std::string readWithInstalledFileSystem(const std::string& path);
+// Saves `db` as "/saved.kst" on `disk` and loads it back. Checks, tagged with `label`: the
+// save answers the record count and writes the bytes the format prescribes; the reload is
+// what the format gives for them; both databases hold their invariants. Answers whether the
+// columns and records came back (up to what writing does to a field).
+bool roundTrip(kesta& db, SimFileSystem& disk, const std::string& label);
 
 }  // namespace reliability
 

@@ -1,7 +1,7 @@
 // Loading under disk errors: every call of a load fails in turn with every error. A failed
 // load gives the state of a file that cannot be loaded (invalid, no columns, no parameters,
-// records already held kept), leaks no descriptor and no memory; an interrupted call is tried
-// again and the load goes through.
+// records already held kept) and leaks no descriptor and no memory; an interrupted call is
+// tried again and the load goes through.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,6 @@
 #include <climits>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "ReliabilityUtil.h"
 #include "SimFileSystem.h"
@@ -19,81 +18,69 @@
 #include "support/TextFileReader.h"
 
 using reliability::contentOf;
+using reliability::marksOf;
 
 namespace {
 
+using reliability::dailies;
+using reliability::pastLines;
+
 const int kErrors[] = {EIO, ENOSPC, EDQUOT, EACCES, EINTR};
-
-struct Source {
-  const char* name;
-  std::string path;
-  std::size_t transfer;
-};
-
-const Source kSources[] = {
-    {"log in one read", "/logs/day.kst", 0},
-    {"log in short reads", "/logs/day.kst", 7000},
-    {"comma-separated file", "/logs/day.csv", 0},
-    {"log longer than two read blocks", "/logs/week.kst", 0},
-};
 
 // The example's records repeated past two of the loader's read blocks, so that a failure can
 // come after records were already built from the earlier blocks.
 std::string long_log() {
-  const std::string example = testutil::readFile(testutil::example("dailies.kst"));
-  // The end of the marker line, then of the widths, types and names lines.
-  std::size_t header_end = example.find("\n", example.find("\n\"KESTA\"\n") + 1);
-  for (int line = 0; line < 3; ++line) header_end = example.find('\n', header_end + 1);
-  const std::string records = example.substr(header_end + 1);
-  std::string log = example.substr(0, header_end + 1);
-  while (log.size() < 2 * TextFileReader::kDefaultBlock + 100000) log += records;
+  std::string log = dailies();
+  while (log.size() < 2 * TextFileReader::kDefaultBlock + 100000) log += dailies().substr(pastLines(8));
   return log;
 }
+
+struct Source {
+  const char* name;
+  std::string path;
+  std::string bytes;
+  std::size_t transfer;
+};
 
 SimFileSystem disk_with(const Source& s) {
   SimFileSystem disk;
   disk.makeFolder("/logs");
-  if (s.path.ends_with("week.kst")) {
-    disk.putFile(s.path, long_log());
-  } else {
-    const std::string example = s.path.ends_with(".csv") ? "dailies.csv" : "dailies.kst";
-    disk.putFile(s.path, testutil::readFile(testutil::example(example)));
-  }
+  disk.putFile(s.path, s.bytes);
   disk.setMaxTransfer(s.transfer);
   return disk;
-}
-
-struct Reference {
-  filemodel::Content content;
-  std::string log;
-  std::vector<SimFileSystem::Call> calls;
-};
-
-Reference reference_for(const Source& s) {
-  Reference ref;
-  SimFileSystem disk = disk_with(s);
-  UseFileSystem use(&disk);
-  CapturingLogSink log;
-  Zr::Ptr<kesta> db(new kesta(testutil::wide(s.path), INT_MAX, false));
-  ref.content = contentOf(*db);
-  ref.log = log.text();
-  ref.calls = disk.callLog();
-  EXPECT_TRUE(ref.content.valid);
-  EXPECT_GE(ref.content.records.size(), 10u);
-  return ref;
 }
 
 std::string label_of(const Source& s, unsigned call, int error) {
   return std::string(s.name) + ", call " + std::to_string(call) + ": " + std::strerror(error);
 }
 
+const Source& short_reads() {
+  static const Source s{"log in short reads", "/logs/day.kst", dailies(), 7000};
+  return s;
+}
+
 }  // namespace
 
 TEST(LoadFaults, EveryCallFailingGivesTheUnloadableStateWithNothingLeaked) {
-  for (const Source& s : kSources) {
-    const Reference ref = reference_for(s);
-    ASSERT_GE(ref.calls.size(), 4u) << s.name;
-    for (unsigned call = 1; call <= ref.calls.size(); ++call) {
+  const Source sources[] = {
+      {"log in one read", "/logs/day.kst", dailies(), 0},
+      short_reads(),
+      {"comma-separated file", "/logs/day.csv", testutil::readFile(testutil::example("dailies.csv")), 0},
+      {"log longer than two read blocks", "/logs/week.kst", long_log(), 0},
+  };
+  for (const Source& s : sources) {
+    SimFileSystem reference = disk_with(s);
+    filemodel::Content content;
+    std::string log;
+    {
+      UseFileSystem use(&reference);
+      CapturingLogSink capture;
+      content = contentOf(*Zr::Ptr<kesta>(new kesta(testutil::wide(s.path), INT_MAX, false)));
+      log = capture.text();
+    }
+    ASSERT_GE(content.records.size(), 10u) << s.name;
+    ASSERT_GE(reference.calls(), 4u) << s.name;
+    for (unsigned call = 1; call <= reference.calls(); ++call) {
       for (int error : kErrors) {
         const std::string label = label_of(s, call, error);
         SimFileSystem disk = disk_with(s);
@@ -101,18 +88,14 @@ TEST(LoadFaults, EveryCallFailingGivesTheUnloadableStateWithNothingLeaked) {
         UseFileSystem use(&disk);
         reliability::CountingAllocator allocator;
         {
-          CapturingLogSink log;
+          CapturingLogSink capture;
           Zr::Ptr<kesta> db(new kesta(testutil::wide(s.path), INT_MAX, false));
           std::string why;
           EXPECT_TRUE(KestaDebug::check(*db, &why)) << label << ": " << why;
-          if (error == EINTR) {
-            EXPECT_EQ(filemodel::difference(ref.content, contentOf(*db)), "") << label;
-            EXPECT_EQ(log.text(), ref.log) << label;
-          } else {
-            EXPECT_EQ(filemodel::difference(filemodel::Content{}, contentOf(*db)), "") << label;
-            EXPECT_EQ(db->changed(), 0) << label;
-            EXPECT_EQ(log.text(), "") << label;
-          }
+          const bool retried = error == EINTR;
+          EXPECT_EQ(filemodel::difference(retried ? content : filemodel::Content{}, contentOf(*db)), "") << label;
+          EXPECT_EQ(capture.text(), retried ? log : "") << label;
+          EXPECT_TRUE(retried || db->changed() == 0) << label;
         }
         EXPECT_EQ(allocator.live(), 0) << label << ": blocks leaked";
         EXPECT_EQ(disk.openDescriptors(), 0) << label;
@@ -121,100 +104,63 @@ TEST(LoadFaults, EveryCallFailingGivesTheUnloadableStateWithNothingLeaked) {
   }
 }
 
-TEST(LoadFaults, FailedReloadKeepsTheRecordsAlreadyHeld) {
-  const Source& s = kSources[1];
-  const Reference ref = reference_for(s);
-  for (unsigned call = 1; call <= ref.calls.size(); ++call) {
-    for (int error : kErrors) {
-      const std::string label = label_of(s, call, error);
-      SimFileSystem disk = disk_with(s);
-      UseFileSystem use(&disk);
-      CapturingLogSink log;
-      Zr::Ptr<kesta> db(new kesta(testutil::wide(s.path), INT_MAX, false));
-      const reliability::Marks held = reliability::marksOf(*db);
-      const filemodel::Content before = contentOf(*db);
-
-      disk.resetCalls();
-      disk.failCall(call, error);
-      db->loadFromFile(INT_MAX, false);
-      const filemodel::Content after = contentOf(*db);
-      std::string why;
-      EXPECT_TRUE(KestaDebug::check(*db, &why)) << label << ": " << why;
-      EXPECT_EQ(disk.openDescriptors(), 0) << label;
-      if (error == EINTR) {
-        // Loading appends: the file's records follow the ones held.
-        EXPECT_EQ(after.records.size(), 2 * before.records.size()) << label;
-        EXPECT_EQ(after.columns, before.columns) << label;
-        continue;
-      }
-      EXPECT_FALSE(after.valid) << label;
-      EXPECT_TRUE(after.columns.empty()) << label;
-      EXPECT_TRUE(after.params.empty()) << label;
-      EXPECT_EQ(after.records, before.records) << label;
-      EXPECT_TRUE(reliability::marksOf(*db).records == held.records) << label << ": the records held were replaced";
-    }
-  }
-}
-
-// load_text appends the record lines of a file with no header (its first line is skipped).
-TEST(LoadFaults, FailedAppendOfRecordLinesChangesNothing) {
-  const Source& s = kSources[1];
+// A reload replaces parameters and columns and appends the file's records; load_text appends
+// the record lines of a file without a header (its first line skipped). Call 0 fails none.
+TEST(LoadFaults, FailedReloadOrAppendKeepsTheRecordsAlreadyHeld) {
+  const Source& s = short_reads();
   SimFileSystem disk = disk_with(s);
-  const std::string& log_bytes = testutil::readFile(testutil::example("dailies.kst"));
-  std::size_t records_start = 0;
-  for (int line = 0; line < 8; ++line) records_start = log_bytes.find('\n', records_start) + 1;
-  disk.putFile("/logs/more.kst", log_bytes.substr(records_start));
+  disk.putFile("/logs/more.kst", dailies().substr(pastLines(8)));
   UseFileSystem use(&disk);
   CapturingLogSink log;
-  auto loaded = [&] {
-    Zr::Ptr<kesta> db(new kesta(testutil::wide(s.path), INT_MAX, false));
-    db->set_filename(testutil::wide("/logs/more.kst"));
-    return db;
-  };
-  const Zr::Ptr<kesta> reference = loaded();
-  const filemodel::Content before = contentOf(*reference);
-  disk.resetCalls();
-  ASSERT_EQ(reference->load_text(INT_MAX), static_cast<int>(before.records.size()) - 1);
-  const unsigned calls = disk.calls();
-  ASSERT_GE(calls, 4u);
-  for (unsigned call = 1; call <= calls; ++call) {
-    for (int error : kErrors) {
-      if (error == EINTR) continue;
-      Zr::Ptr<kesta> db = loaded();
-      const reliability::Marks marks = reliability::marksOf(*db);
-      disk.resetCalls();
-      disk.failCall(call, error);
-      EXPECT_EQ(db->load_text(INT_MAX), 0) << label_of(s, call, error);
-      EXPECT_EQ(filemodel::difference(before, contentOf(*db)), "") << label_of(s, call, error);
-      EXPECT_TRUE(marks == reliability::marksOf(*db)) << label_of(s, call, error);
-      EXPECT_EQ(disk.openDescriptors(), 0);
+  for (bool append : {false, true}) {
+    for (unsigned call = 0, calls = 0; call <= calls; ++call) {
+      for (int error : kErrors) {
+        const std::string label = (append ? "append, " : "reload, ") + label_of(s, call, error);
+        Zr::Ptr<kesta> db(new kesta(testutil::wide(s.path), INT_MAX, false));
+        if (append) db->set_filename(testutil::wide("/logs/more.kst"));
+        const filemodel::Content before = contentOf(*db);
+        const reliability::Marks marks = marksOf(*db);
+        disk.resetCalls();
+        disk.failCall(call, error);
+        int answer = 0;
+        if (append) {
+          answer = db->load_text(INT_MAX);
+        } else {
+          db->loadFromFile(INT_MAX, false);
+        }
+        if (call == 0) calls = disk.calls();
+        std::string why;
+        EXPECT_TRUE(KestaDebug::check(*db, &why)) << label << ": " << why;
+        EXPECT_EQ(disk.openDescriptors(), 0) << label;
+        const filemodel::Content after = contentOf(*db);
+        if (call == 0 || error == EINTR) {
+          EXPECT_EQ(after.records.size(), 2 * before.records.size() - append) << label;
+          EXPECT_EQ(answer, append ? static_cast<int>(before.records.size()) - 1 : 0) << label;
+          EXPECT_EQ(after.columns, before.columns) << label;
+          continue;
+        }
+        const filemodel::Content expected = append ? before : filemodel::Content{false, 1, {}, {}, before.records};
+        EXPECT_EQ(filemodel::difference(expected, after), "") << label;
+        EXPECT_EQ(answer, 0) << label;
+        EXPECT_TRUE(append ? marks == marksOf(*db) : marks.records == marksOf(*db).records) << label;
+      }
     }
+    EXPECT_GE(disk.calls(), 4u);
   }
 }
 
-TEST(LoadFaults, FilesThatCannotBeOpenedOrRead) {
-  struct Case {
-    const char* name;
-    std::string path;
-  };
+TEST(LoadFaults, FilesThatCannotBeOpenedLeakNothing) {
   SimFileSystem disk;
   disk.makeFolder("/logs");
   disk.makeFolder("/logs/folder.kst");
-  disk.putFile("/logs/day.kst", testutil::readFile(testutil::example("dailies.kst")));
-  const Case cases[] = {
-      {"no such file", "/logs/missing.kst"},
-      {"no such folder", "/nowhere/day.kst"},
-      {"a folder", "/logs/folder.kst"},
-      {"an empty name", ""},
-  };
   UseFileSystem use(&disk);
-  for (const Case& c : cases) {
+  for (const char* path : {"/logs/missing.kst", "/nowhere/day.kst", "/logs/folder.kst", ""}) {
     reliability::CountingAllocator allocator;
     {
-      Zr::Ptr<kesta> db(new kesta(testutil::wide(c.path), INT_MAX, false));
-      EXPECT_EQ(filemodel::difference(filemodel::Content{}, contentOf(*db)), "") << c.name;
+      Zr::Ptr<kesta> db(new kesta(testutil::wide(path), INT_MAX, false));
+      EXPECT_EQ(filemodel::difference(filemodel::Content{}, contentOf(*db)), "") << path;
     }
-    EXPECT_EQ(allocator.live(), 0) << c.name;
-    EXPECT_EQ(disk.openDescriptors(), 0) << c.name;
+    EXPECT_EQ(allocator.live(), 0) << path;
+    EXPECT_EQ(disk.openDescriptors(), 0) << path;
   }
 }
