@@ -1,8 +1,6 @@
 // The commands on small logs whose every value is known, checked against exact output and
 // against the written logs read back with the library.
 
-#include <kesta/kesta.h>
-
 #include <algorithm>
 
 #include "KstTest.h"
@@ -10,18 +8,20 @@
 namespace ksttest {
 namespace {
 
+const Strings kTypes = {"text", "text", "timecode", "timecode", "text", "text"};
+const Strings kNames = {"Name", "Reel", "Start time", "End time", "Notes", "Tag"};
+
 class KstCommands : public KstTest {
  protected:
   // Three clips; the second is tagged. The first note holds quotes and a comma, the third a
   // line break (written in the log as backslash-n).
-  std::string clips(const std::string& name = "clips.kst",
-                    const std::vector<std::string>& params = {"KESTA:Rev 1", "Mode:x"}) {
-    return put(name, logText(params, {"text", "text", "timecode", "timecode", "text", "text"},
-                             {"Name", "Reel", "Start time", "End time", "Notes", "Tag"},
+  std::string clips(const std::string& name = "clips.kst", const Strings& params = {"KESTA:Rev 1", "Mode:x"}) {
+    return put(name, logText(params, kTypes, kNames,
                              {{"Sc 1 Tk 1", "A010", "01:00:05:00", "01:00:20:00", "say \"hi\", then go", "0"},
                               {"Sc 1 Tk 2", "A2", "01:00:30:00", "01:00:40:00", "", "1"},
                               {"Sc 2 Tk 1", "a001", "02:00:00:00", "02:00:10:00", "line one\\nline two", "0"}}));
   }
+  Strings col(const std::string& name, const char* column_name) { return column(*load(name), column_name); }
 };
 
 TEST_F(KstCommands, ShowPrintsEachFormat) {
@@ -116,15 +116,15 @@ TEST_F(KstCommands, InfoDescribesTheLog) {
 TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
   std::string file = clips();
   struct Case {
-    std::vector<std::string> options;
-    std::vector<std::string> reels;
+    Strings options;
+    Strings reels;
   } cases[] = {
       {{}, {"A2", "A010", "a001"}},                 // numbers by value, upper case first
       {{"--ignore-case"}, {"a001", "A010", "A2"}},  // plain text ignoring case
       {{"--desc"}, {"A2", "A010", "a001"}},         // plain text ignoring case, reversed
   };
   for (const auto& c : cases) {
-    std::vector<std::string> args{"sort", file, "--by", "Reel", "-o", path("sorted.kst")};
+    Strings args{"sort", file, "--by", "Reel", "-o", path("sorted.kst")};
     args.insert(args.end(), c.options.begin(), c.options.end());
     Result r = kst(args, {"sorted.kst"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -140,7 +140,7 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
   Result out = kst({"-q", "sort", file, "--by", "Tag,Name", "--desc", "-o", "-"});
   EXPECT_EQ(out.status, 0);
   EXPECT_EQ(out.err, "");
-  std::vector<std::string> got = lines(out.out);
+  Strings got = lines(out.out);
   ASSERT_EQ(got.size(), 9u);
   EXPECT_EQ(got[0], "\"KESTA:Rev 1\"");
   EXPECT_EQ(got[6].substr(0, 12), "\"Sc 1 Tk 2\",");
@@ -149,13 +149,13 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
 
   // --in-place replaces the input.
   ASSERT_EQ(kst({"sort", file, "--by", "Name", "--desc", "--in-place"}, {"clips.kst"}).status, 0);
-  EXPECT_EQ(column(*load("clips.kst"), "Name"), (std::vector<std::string>{"Sc 2 Tk 1", "Sc 1 Tk 2", "Sc 1 Tk 1"}));
+  EXPECT_EQ(col("clips.kst", "Name"), (Strings{"Sc 2 Tk 1", "Sc 1 Tk 2", "Sc 1 Tk 1"}));
 }
 
 TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
   std::string file = clips();
   struct Case {
-    std::vector<std::string> conditions;
+    Strings conditions;
     std::string names;  // the printed Name column, CSV
   } cases[] = {
       {{"Start time=01:00:1"}, "Sc 1 Tk 1\r\n"},  // inside 01:00:05:00..01:00:20:00
@@ -167,7 +167,7 @@ TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
       {{"Reel=zzz"}, ""},
   };
   for (const auto& c : cases) {
-    std::vector<std::string> args{"find", file};
+    Strings args{"find", file};
     args.insert(args.end(), c.conditions.begin(), c.conditions.end());
     for (const char* o : {"--columns", "Name", "--format", "csv"}) args.push_back(o);
     Result r = kst(args);
@@ -179,16 +179,16 @@ TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
   Result tag = kst({"find", file, "Notes=hi", "-o", path("tagged.kst")}, {"tagged.kst"});
   EXPECT_EQ(tag.status, 0);
   EXPECT_EQ(tag.err, "kst: 1 record matches; 1 record tagged\n");
-  EXPECT_EQ(column(*load("tagged.kst"), "Tag"), (std::vector<std::string>{"1", "0", "0"}));
+  EXPECT_EQ(col("tagged.kst", "Tag"), (Strings{"1", "0", "0"}));
   Result keep = kst({"find", file, "Notes=hi", "--keep-tags", "-o", path("tagged.kst")}, {"tagged.kst"});
   EXPECT_EQ(keep.err, "kst: 1 record matches; 2 records tagged\n");
-  EXPECT_EQ(column(*load("tagged.kst"), "Tag"), (std::vector<std::string>{"1", "1", "0"}));
+  EXPECT_EQ(col("tagged.kst", "Tag"), (Strings{"1", "1", "0"}));
 
   // A log without a "Tag" column gets one, or the tags would be lost.
   put("untagged.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Name"}, {{"x"}, {"y"}}));
   Result added = kst({"find", path("untagged.kst"), "Name=y", "-o", path("out.kst")}, {"out.kst"});
   EXPECT_EQ(added.err, "kst: added a \"Tag\" column to keep the tags\nkst: 1 record matches; 1 record tagged\n");
-  EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1"}));
+  EXPECT_EQ(col("out.kst", "Tag"), (Strings{"0", "1"}));
 }
 
 TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
@@ -198,7 +198,7 @@ TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
   EXPECT_EQ(r.err, "kst: warning: " + path("out.kst") +
                        ": the \"Tag\" column keeps tag numbers; 1 value there became 0 or 1 (record 3 held \"keep\")\n"
                        "kst: sorted 3 records\n");
-  EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1", "0"}));
+  EXPECT_EQ(col("out.kst", "Tag"), (Strings{"0", "1", "0"}));
 }
 
 // A record is tagged when its Tag text reads as a non-zero number, as strtol reads it.
@@ -224,8 +224,8 @@ TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
   Result saved = kst({"distinct", file, "--field", "reel", "-o", path("d.kst")}, {"d.kst"});
   EXPECT_EQ(saved.err, "kst: 4 distinct values tagged\n");
   auto db = load("d.kst");
-  EXPECT_EQ(column(*db, "Reel"), (std::vector<std::string>{"A1", "B", "B", "a1", ""}));
-  EXPECT_EQ(column(*db, "Tag"), (std::vector<std::string>{"1", "1", "0", "1", "1"}));
+  EXPECT_EQ(column(*db, "Reel"), (Strings{"A1", "B", "B", "a1", ""}));
+  EXPECT_EQ(column(*db, "Tag"), (Strings{"1", "1", "0", "1", "1"}));
 }
 
 TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
@@ -233,7 +233,7 @@ TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
   Result r = kst({"delete", file, "--tagged", "-o", path("left.kst")}, {"left.kst"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "kst: deleted 1 record; 2 remain\n");
-  EXPECT_EQ(column(*load("left.kst"), "Name"), (std::vector<std::string>{"Sc 1 Tk 1", "Sc 2 Tk 1"}));
+  EXPECT_EQ(col("left.kst", "Name"), (Strings{"Sc 1 Tk 1", "Sc 2 Tk 1"}));
   // Nothing tagged: the whole log is written back, and an empty result is a real file.
   Result again = kst({"delete", path("left.kst"), "--tagged", "--in-place"}, {"left.kst"});
   EXPECT_EQ(again.err, "kst: deleted 0 records; 2 remain\n");
@@ -247,15 +247,12 @@ TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
 
 TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
   std::string into = clips();
-  put("more.kst", logText({"KESTA:Rev 1"}, {"text", "text", "timecode", "timecode", "text", "text"},
-                          {"Name", "Reel", "Start time", "End time", "Notes", "Tag"},
-                          {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
+  put("more.kst", logText({"KESTA:Rev 1"}, kTypes, kNames, {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
   Result same = kst({"merge", into, path("more.kst"), "-o", path("m.kst")}, {"m.kst"});
   EXPECT_EQ(same.status, 0) << same.err;
   EXPECT_EQ(same.err, "kst: appended 1 record from " + path("more.kst") + "\n");
-  auto merged = load("m.kst");
-  EXPECT_EQ(column(*merged, "Name"), (std::vector<std::string>{"Sc 1 Tk 1", "Sc 1 Tk 2", "Sc 2 Tk 1", "Sc 9 Tk 1"}));
-  EXPECT_EQ(column(*merged, "Tag"), (std::vector<std::string>{"0", "1", "0", "1"}));
+  EXPECT_EQ(col("m.kst", "Name"), (Strings{"Sc 1 Tk 1", "Sc 1 Tk 2", "Sc 2 Tk 1", "Sc 9 Tk 1"}));
+  EXPECT_EQ(col("m.kst", "Tag"), (Strings{"0", "1", "0", "1"}));
 
   struct Refusal {
     const char* name;
@@ -263,21 +260,15 @@ TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
     std::string why;
     std::string warning = "";
   } refusals[] = {
-      {"rev2.kst",
-       logText({"KESTA:Rev 2"}, {"text", "text", "timecode", "timecode", "text", "text"},
-               {"Name", "Reel", "Start time", "End time", "Notes", "Tag"}, {}),
+      {"rev2.kst", logText({"KESTA:Rev 2"}, kTypes, kNames, {}),
        into + " is revision 1, " + path("rev2.kst") + " is revision 2",
        "kst: warning: " + path("rev2.kst") + " is a revision 2 log; this library writes revision 1\n"},
       {"narrow.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Name"}, {}),
        into + " has 6 columns, " + path("narrow.kst") + " has 1"},
-      {"names.kst",
-       logText({"KESTA:Rev 1"}, {"text", "text", "timecode", "timecode", "text", "text"},
-               {"Name", "reel", "Start time", "End time", "Notes", "Tag"}, {}),
+      {"names.kst", logText({"KESTA:Rev 1"}, kTypes, {"Name", "reel", "Start time", "End time", "Notes", "Tag"}, {}),
        "column 2 differs in its name: " + into + " has \"Reel\" (text), " + path("names.kst") +
            " has \"reel\" (text) (names must match exactly, case included)"},
-      {"types.kst",
-       logText({"KESTA:Rev 1"}, {"text", "text", "text", "timecode", "text", "text"},
-               {"Name", "Reel", "Start time", "End time", "Notes", "Tag"}, {}),
+      {"types.kst", logText({"KESTA:Rev 1"}, {"text", "text", "text", "timecode", "text", "text"}, kNames, {}),
        "column 3 differs in its type: " + into + " has \"Start time\" (timecode), " + path("types.kst") +
            " has \"Start time\" (text)"},
   };
