@@ -69,24 +69,19 @@ TEST(Cookie, TextFormsParseToTheirBytesKindAndQualifier) {
 }
 
 TEST(Cookie, JunkIsNullWhenStrictAndNameBasedOtherwise) {
-  const char* junk[] = {
-      "hello",
-      "Reel 12",
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5",        // one digit short
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f0",      // one digit long
-      "4f3c2a10x9b7e-4d21-8c55-0a1b2c3d4e5f",       // dash misplaced
-      "4f3c2a1-09b7e-4d21-8c55-0a1b2c3d4e5f",       // groups shifted
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5g",       // not hex
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.",      // dot without suffix
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M",     // kind without qualifier
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M256",  // qualifier too large
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M2x",
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.-1",
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f M255",
-      "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M255x",
-  };
+  const char* junk[] = {"hello", "Reel 12",
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5",     // one digit short
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f0",   // one digit long
+                        "4f3c2a10x9b7e-4d21-8c55-0a1b2c3d4e5f",    // dash misplaced
+                        "4f3c2a1-09b7e-4d21-8c55-0a1b2c3d4e5f",    // groups shifted
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5g",    // not hex
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f M255"};
+  std::vector<std::string> texts(std::begin(junk), std::end(junk));
+  // Suffixes: a dot alone, a kind without qualifier, a qualifier too large, and stray bytes.
+  for (const char* suffix : {".", ".M", ".M256", ".M2x", ".-1", ".M255x"}) texts.push_back(kText + suffix);
   std::vector<Cookie> named;
-  for (const char* text : junk) {
+  for (const std::string& junk_text : texts) {
+    const char* text = junk_text.c_str();
     SCOPED_TRACE(text);
     EXPECT_TRUE(Cookie(text, true).isNull());
     Cookie k(text, false);

@@ -3,16 +3,12 @@
 // Runs the built kst binary in a fresh folder and checks, after every run, that no file it was
 // not told to write has changed and that nothing else (no temporary file) was left behind.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <kesta/kesta.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <climits>
-#include <cstring>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -21,8 +17,6 @@
 
 #include "common/TestUtil.h"
 #include "record/kesta.h"
-
-extern char** environ;
 
 namespace ksttest {
 
@@ -33,51 +27,23 @@ struct Result {
   std::string out, err;
 };
 
+inline std::string shell_quoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
 // Standard input from /dev/null, output and error to files (not a terminal), KESTA_LOG and
-// COLUMNS unset. With `file_size_limit` >= 0 writes past that many bytes fail.
-inline Result runKst(const Strings& args, long file_size_limit = -1) {
-  Result result;
-  char out_name[] = "/tmp/kst-out-XXXXXX", err_name[] = "/tmp/kst-err-XXXXXX";
-  int out_fd = mkstemp(out_name), err_fd = mkstemp(err_name);
-  if (out_fd < 0 || err_fd < 0) {
-    ADD_FAILURE() << "mkstemp: " << std::strerror(errno);
-    return result;
-  }
-  // Everything the child needs is prepared here: after fork it only makes system calls.
-  Strings owned{KST_BINARY};
-  owned.insert(owned.end(), args.begin(), args.end());
-  std::vector<char*> argv, envp;
-  for (auto& a : owned) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  for (char** e = environ; *e; ++e) {
-    if (std::strncmp(*e, "KESTA_LOG=", 10) != 0 && std::strncmp(*e, "COLUMNS=", 8) != 0) envp.push_back(*e);
-  }
-  envp.push_back(nullptr);
-  pid_t child = fork();
-  if (child == 0) {
-    dup2(open("/dev/null", O_RDONLY), 0);
-    dup2(out_fd, 1);
-    dup2(err_fd, 2);
-    if (file_size_limit >= 0) {
-      signal(SIGXFSZ, SIG_IGN);
-      struct rlimit limit {
-        static_cast<rlim_t>(file_size_limit), static_cast<rlim_t>(file_size_limit)
-      };
-      setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    execve(argv[0], argv.data(), envp.data());
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  close(out_fd);
-  close(err_fd);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  result.out = testutil::readFile(out_name);
-  result.err = testutil::readFile(err_name);
-  unlink(out_name);
-  unlink(err_name);
-  return result;
+// COLUMNS unset. With `size_blocks` >= 0 writes past that many blocks of the shell's ulimit fail.
+inline Result runKst(const Strings& args, int size_blocks = -1) {
+  testutil::TempDir io;
+  std::string command = size_blocks < 0 ? "" : "trap '' XFSZ; ulimit -f " + std::to_string(size_blocks) + "; ";
+  command += "exec env -u KESTA_LOG -u COLUMNS " + shell_quoted(KST_BINARY);
+  for (const auto& a : args) command += " " + shell_quoted(a);
+  command += " </dev/null >" + shell_quoted(io.file("out")) + " 2>" + shell_quoted(io.file("err"));
+  int status = std::system(command.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), testutil::readFile(io.file("out")),
+          testutil::readFile(io.file("err"))};
 }
 
 inline std::string quoted_line(const Strings& fields) {
@@ -134,9 +100,9 @@ class KstTest : public ::testing::Test {
 
   // Runs kst and checks that the files other than `outputs` are byte for byte as before and
   // that no file other than `outputs` appeared.
-  Result kst(const Strings& args, const std::set<std::string>& outputs = {}, long file_size_limit = -1) {
+  Result kst(const Strings& args, const std::set<std::string>& outputs = {}, int size_blocks = -1) {
     auto before = snapshot();
-    Result result = runKst(args, file_size_limit);
+    Result result = runKst(args, size_blocks);
     auto after = snapshot();
     std::string command;
     for (const auto& a : args) command += " " + a;
