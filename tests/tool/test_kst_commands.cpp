@@ -24,52 +24,48 @@ class KstCommands : public KstTest {
   Strings col(const std::string& name, const char* column_name) { return column(*load(name), column_name); }
 };
 
-TEST_F(KstCommands, ShowPrintsEachFormat) {
-  std::string file = clips();
-  Result table = kst({"show", file});
-  EXPECT_EQ(table.status, 0);
-  EXPECT_EQ(table.err, "");
-  EXPECT_EQ(table.out,
-            "Name       Reel  Start time   End time     Notes               Tag\n"
-            "---------  ----  -----------  -----------  ------------------  ---\n"
-            "Sc 1 Tk 1  A010  01:00:05:00  01:00:20:00  say \"hi\", then go   0\n"
-            "Sc 1 Tk 2  A2    01:00:30:00  01:00:40:00                      1\n"
-            "Sc 2 Tk 1  a001  02:00:00:00  02:00:10:00  line one\\nline two  0\n");
-
-  Result csv = kst({"show", file, "--columns", "Name, Notes", "--format", "csv"});
-  EXPECT_EQ(
-      csv.out,
-      "Name,Notes\r\nSc 1 Tk 1,\"say \"\"hi\"\", then go\"\r\nSc 1 Tk 2,\r\nSc 2 Tk 1,\"line one\nline two\"\r\n");
-
-  Result tsv = kst({"show", file, "--columns", "notes,reel", "--format", "tsv", "--limit", "3"});
-  EXPECT_EQ(tsv.out, "Notes\tReel\nsay \"hi\", then go\tA010\n\tA2\nline one\\nline two\ta001\n");
-
-  Result json = kst({"show", file, "--columns", "Reel,Notes", "--format", "json", "--limit", "1"});
-  EXPECT_EQ(json.out, "[\n  {\"Reel\": \"A010\", \"Notes\": \"say \\\"hi\\\", then go\"}\n]\n");
-
-  Result tagged = kst({"show", file, "--tagged", "--columns", "Name", "--format", "csv"});
-  EXPECT_EQ(tagged.out, "Name\r\nSc 1 Tk 2\r\n");
-
-  Result none = kst({"show", file, "--limit", "0", "--format", "json"});
-  EXPECT_EQ(none.out, "[]\n");
-}
-
-TEST_F(KstCommands, ShowFitsAWidthAndFollowsTheFieldMap) {
-  std::string file = clips();
-  Result narrow = kst({"show", file, "--width", "40"});
-  ASSERT_EQ(narrow.status, 0);
-  EXPECT_EQ(narrow.out,
-            "Name       Reel  Start time  End time\n"
-            "---------  ----  ----------  ----------\n"
-            "Sc 1 Tk 1  A010  01:00:05:\u2026  01:00:20:\u2026\n"
-            "Sc 1 Tk 2  A2    01:00:30:\u2026  01:00:40:\u2026\n"
-            "Sc 2 Tk 1  a001  02:00:00:\u2026  02:00:10:\u2026\n"
-            "(2 more columns not shown)\n");
+TEST_F(KstCommands, ShowPrintsEachFormatFitsAWidthAndFollowsTheFieldMap) {
+  const std::string file = clips();
+  // The field map shows Start time, then Name; Reel is hidden and the rest are not listed.
+  const std::string mapped = clips("mapped.kst", {"KESTA:Rev 1", "V5_FIELD_MAP:3 1 -2"});
+  const struct {
+    Strings args;
+    std::string out;
+  } cases[] = {
+      {{"show", file},
+       "Name       Reel  Start time   End time     Notes               Tag\n"
+       "---------  ----  -----------  -----------  ------------------  ---\n"
+       "Sc 1 Tk 1  A010  01:00:05:00  01:00:20:00  say \"hi\", then go   0\n"
+       "Sc 1 Tk 2  A2    01:00:30:00  01:00:40:00                      1\n"
+       "Sc 2 Tk 1  a001  02:00:00:00  02:00:10:00  line one\\nline two  0\n"},
+      {{"show", file, "--width", "40"},
+       "Name       Reel  Start time  End time\n"
+       "---------  ----  ----------  ----------\n"
+       "Sc 1 Tk 1  A010  01:00:05:\u2026  01:00:20:\u2026\n"
+       "Sc 1 Tk 2  A2    01:00:30:\u2026  01:00:40:\u2026\n"
+       "Sc 2 Tk 1  a001  02:00:00:\u2026  02:00:10:\u2026\n"
+       "(2 more columns not shown)\n"},
+      {{"show", file, "--columns", "Name, Notes", "--format", "csv"},
+       "Name,Notes\r\nSc 1 Tk 1,\"say \"\"hi\"\", then go\"\r\nSc 1 Tk 2,\r\nSc 2 Tk 1,\"line one\nline two\"\r\n"},
+      {{"show", file, "--columns", "notes,reel", "--format", "tsv", "--limit", "3"},
+       "Notes\tReel\nsay \"hi\", then go\tA010\n\tA2\nline one\\nline two\ta001\n"},
+      {{"show", file, "--columns", "Reel,Notes", "--format", "json", "--limit", "1"},
+       "[\n  {\"Reel\": \"A010\", \"Notes\": \"say \\\"hi\\\", then go\"}\n]\n"},
+      {{"show", file, "--tagged", "--columns", "Name", "--format", "csv"}, "Name\r\nSc 1 Tk 2\r\n"},
+      {{"show", file, "--limit", "0", "--format", "json"}, "[]\n"},
+      {{"show", mapped, "--format", "csv", "--limit", "1"}, "Start time,Name\r\n01:00:05:00,Sc 1 Tk 1\r\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    Result r = kst(c.args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, c.out);
+  }
   // Wide enough for everything: nothing is cut; --width 0 never cuts.
-  Result wide = kst({"show", file, "--width", "66"});
-  Result full = kst({"show", file, "--width", "0"});
-  EXPECT_EQ(wide.out, full.out);
-  EXPECT_EQ(full.out, kst({"show", file}).out);
+  const std::string full = kst({"show", file, "--width", "0"}).out;
+  EXPECT_EQ(kst({"show", file, "--width", "66"}).out, full);
+  EXPECT_EQ(kst({"show", file}).out, full);
   Result cut = kst({"show", file, "--width", "65"});
   EXPECT_NE(cut.out.find("\u2026"), std::string::npos);
   for (const std::string& line : lines(cut.out)) {
@@ -77,11 +73,6 @@ TEST_F(KstCommands, ShowFitsAWidthAndFollowsTheFieldMap) {
     for (unsigned char c : line) points += (c & 0xC0) != 0x80;
     EXPECT_LE(points, 65u) << line;
   }
-
-  // The field map shows Start time, then Name; Reel is hidden and the rest are not listed.
-  std::string mapped = clips("mapped.kst", {"KESTA:Rev 1", "V5_FIELD_MAP:3 1 -2"});
-  Result shown = kst({"show", mapped, "--format", "csv", "--limit", "1"});
-  EXPECT_EQ(shown.out, "Start time,Name\r\n01:00:05:00,Sc 1 Tk 1\r\n");
 }
 
 TEST_F(KstCommands, InfoDescribesTheLog) {
