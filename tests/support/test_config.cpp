@@ -1,4 +1,4 @@
-// Integer settings (set values, environment, fallback, clamping) and configuration blocks.
+// Integer settings: set values, environment, fallback, clamping.
 
 #include <gtest/gtest.h>
 
@@ -23,23 +23,6 @@ TEST(Config, SetValuesAreClampedAndUnsetFallsBack) {
   EXPECT_EQ(config_int("SUPPORT_TEST_UNSETTLED", 1, 0, 10), 9);
   config_unset_int(name);
   EXPECT_EQ(config_int(name, 1, 0, 10), 1);
-}
-
-TEST(Config, Blocks) {
-  configb block;
-  strp_field value;
-  value.set("12A/3");
-  block.set("slate/take", value);
-  value.set("Interview");
-  block.set("name", value);
-  value.set("Interview 2");
-  block.set("name", value);
-  EXPECT_EQ(block.size(), 2u);
-  EXPECT_TRUE(block.has("slate/take"));
-  EXPECT_EQ(block.get("slate/take"), "12A/3");
-  EXPECT_EQ(block.get("name"), "Interview 2");
-  EXPECT_FALSE(block.has("reel"));
-  EXPECT_EQ(block.get("reel"), "");
 }
 
 // Run by CTest in its own process with the variables set (tests/support/extra.cmake).

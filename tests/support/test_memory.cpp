@@ -1,10 +1,14 @@
 // The allocator in force: every block of strings, counted objects and count blocks comes from
-// it, and its exhaustion surfaces as Zr::Exception::BadAlloc with nothing leaked.
+// it, and its exhaustion surfaces as Zr::Exception::BadAlloc with nothing leaked. Also string
+// batches (one allocation for many strings) and Zr::Ptr counts under concurrent use.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdint>
+#include <string_view>
+#include <thread>
+#include <vector>
 
 #include "support/GrowString.h"
 #include "support/OS.h"
@@ -13,10 +17,14 @@
 
 namespace {
 
-// Wraps the default allocator, counts live blocks and fails from the Nth allocation on (0: never).
+using S = LightweightString<char>;
+
+// Installs itself over the default allocator, counts live blocks and fails from the Nth
+// allocation on (0: never).
 class FailingAllocator : public iAllocator {
  public:
-  explicit FailingAllocator(long fail_at = 0) : fail_at_(fail_at) {}
+  explicit FailingAllocator(long fail_at = 0) : fail_at_(fail_at), previous_(setAllocator(this)) {}
+  ~FailingAllocator() override { setAllocator(previous_); }
   void* allocate(std::size_t size) override {
     if (++calls_ >= fail_at_ && fail_at_ > 0) throw Zr::Exception::BadAlloc();
     void* block = defaultAllocator()->allocate(size);
@@ -28,39 +36,27 @@ class FailingAllocator : public iAllocator {
     --live_;
     defaultAllocator()->release(block);
   }
-  long calls() const { return calls_; }
-  long live() const { return live_; }
+  std::atomic<long> calls_{0}, live_{0};
 
  private:
   long fail_at_;
-  std::atomic<long> calls_{0};
-  std::atomic<long> live_{0};
-};
-
-class Installed {
- public:
-  explicit Installed(iAllocator* a) : previous_(setAllocator(a)) {}
-  ~Installed() { setAllocator(previous_); }
-
- private:
   iAllocator* previous_;
 };
 
+std::atomic<int> destroyed{0};
+
 struct Shot : iObject {
-  explicit Shot(int n) : number(n) {}
-  int number;
+  ~Shot() override { ++destroyed; }
 };
 
 struct Plain {
-  explicit Plain(int* d) : destroyed(d) {}
-  ~Plain() { ++*destroyed; }
-  int* destroyed;
+  ~Plain() { ++destroyed; }
 };
 
 // Copies, appends, conversions: a bit of everything that allocates.
-LightweightString<char> string_work() {
-  LightweightString<char> a("Reel ");
-  LightweightString<char> b = a;
+S string_work() {
+  S a("Reel ");
+  S b = a;
   b += 12;
   b += " / ";
   b += 7u;
@@ -68,9 +64,9 @@ LightweightString<char> string_work() {
   Zr::toLower(b);
   GrowString g;
   g.append(b.c_str());
+  g.append(g.c_str());  // grows, and frees the smaller block
   g.append('!');
-  LightweightString<wchar_t> wide = fromUTF8(LightweightString<char>(g.c_str()));
-  LightweightString<char> out = toUTF8(wide);
+  S out = toUTF8(fromUTF8(S(g.c_str())));
   out += 0;
   return out;
 }
@@ -80,64 +76,55 @@ LightweightString<char> string_work() {
 TEST(Allocator, EveryFailurePointThrowsBadAllocAndLeaksNothing) {
   long failures = 0;
   for (long n = 1;; ++n) {
-    FailingAllocator failing(n);
     bool completed = false;
+    long live = 0;
     {
-      Installed use(&failing);
+      FailingAllocator failing(n);
       try {
-        LightweightString<char> result = string_work();
-        EXPECT_EQ(result, "reel 12 / 7reel 12 / 7!0");
+        EXPECT_EQ(string_work(), "reel 12 / 7reel 12 / 7reel 12 / 7reel 12 / 7!0");
         completed = true;
       } catch (const Zr::Exception::BadAlloc& e) {
         ++failures;
         EXPECT_NE(e.message(), nullptr);
       }
+      live = failing.live_;
     }
-    EXPECT_EQ(failing.live(), 0) << "allocation " << n;
+    EXPECT_EQ(live, 0) << "allocation " << n;
     if (completed) break;
     ASSERT_LT(n, 1000);
   }
   EXPECT_GE(failures, 8);
-
-  // Standard code sees the failure as std::bad_alloc.
   FailingAllocator failing(1);
-  Installed use(&failing);
-  EXPECT_THROW(LightweightString<char>("x"), std::bad_alloc);
+  EXPECT_THROW(S("x"), std::bad_alloc);  // standard code sees std::bad_alloc
 }
 
 TEST(Allocator, ObjectsAndCountBlocksComeFromTheAllocator) {
-  FailingAllocator counting;
+  destroyed = 0;
   {
-    Installed use(&counting);
-    Zr::Ptr<Shot> shot(new Shot(3));
-    EXPECT_EQ(counting.live(), 1);
-    int destroyed = 0;
+    FailingAllocator counting;
+    Zr::Ptr<Shot> shot(new Shot);
+    EXPECT_EQ(counting.live_, 1);
     {
-      Zr::Ptr<Plain, Zr::ExternalRefCountTraits> plain(new Plain(&destroyed));
+      Zr::Ptr<Plain, Zr::ExternalRefCountTraits> plain(new Plain);
       auto copy = plain;
-      EXPECT_EQ(counting.live(), 2);  // the count block; Plain itself is the caller's
+      EXPECT_EQ(counting.live_, 2);  // the count block; Plain itself is the caller's
       EXPECT_EQ(copy.useCount(), 2);
     }
     EXPECT_EQ(destroyed, 1);
     shot.reset();
+    EXPECT_EQ(counting.live_, 0);
   }
-  EXPECT_EQ(counting.live(), 0);
-
   FailingAllocator failing(1);
-  Installed use(&failing);
-  EXPECT_EQ(new (std::nothrow) Shot(1), nullptr);
-  EXPECT_THROW(new Shot(1), Zr::Exception::BadAlloc);
-  EXPECT_EQ(failing.live(), 0);
+  EXPECT_EQ(new (std::nothrow) Shot, nullptr);
+  EXPECT_THROW(new Shot, Zr::Exception::BadAlloc);
+  EXPECT_EQ(failing.live_, 0);
 }
 
 TEST(Allocator, DefaultBlocksMixWithGlobalNewAndDelete) {
   // Under AddressSanitizer a malloc-based allocator fails here with an allocation mismatch.
-  void* ours = defaultAllocator()->allocate(24);
-  ::operator delete(ours);
-  void* theirs = ::operator new(24);
-  defaultAllocator()->release(theirs);
+  ::operator delete(defaultAllocator()->allocate(24));
+  defaultAllocator()->release(::operator new(24));
   defaultAllocator()->release(nullptr);
-
   void* a = defaultAllocator()->allocate(0);
   void* b = defaultAllocator()->allocate(0);
   EXPECT_NE(a, nullptr);
@@ -160,3 +147,107 @@ TEST(Allocator, ExhaustionOfTheDefaultThrowsBadAlloc) {
   EXPECT_THROW(defaultAllocator()->allocate(SIZE_MAX / 2), Zr::Exception::BadAlloc);
 }
 #endif
+
+// Strings made together share one allocation, which goes only with the last of them.
+TEST(StringBatch, TextsShareOneAllocationFreedWithTheLastString) {
+  FailingAllocator counting;
+  {
+    const std::string_view texts[] = {"Reel 1", "", "A", "a longer note, with \"quotes\"", "", "7"};
+    std::vector<S> out(std::size(texts));
+    S::makeBatch(texts, std::size(texts), out.data());
+    EXPECT_EQ(counting.calls_, 1);
+    for (std::size_t i = 0; i < std::size(texts); ++i) {
+      EXPECT_EQ(out[i].view(), texts[i]) << i;
+      EXPECT_EQ(out[i].c_str()[texts[i].size()], '\0') << i;
+      EXPECT_EQ(out[i].isNull(), texts[i].empty()) << i;
+      EXPECT_EQ(out[i].capacity(), texts[i].size()) << i;
+    }
+    EXPECT_EQ(out[0].shareCount(), 4);  // the four bodies keep the batch
+    S kept = out[3];
+    EXPECT_EQ(out[0].shareCount(), 5);
+    S grown = out[0];  // a writer never writes into the batch
+    grown += " (B)";
+    EXPECT_EQ(grown, "Reel 1 (B)");
+    EXPECT_EQ(out[0], "Reel 1");
+    EXPECT_EQ(out[2], "A");
+    const long before_clear = counting.live_;
+    out.clear();
+    EXPECT_EQ(counting.live_, before_clear);
+    EXPECT_EQ(kept, "a longer note, with \"quotes\"");
+    EXPECT_EQ(kept.shareCount(), 1);
+    kept.clear();
+    EXPECT_EQ(counting.live_, before_clear - 1);
+
+    // All-empty texts allocate nothing and empty the handles.
+    std::vector<S> again = {S("x"), S("y")};
+    const std::string_view none[] = {"", ""};
+    const long calls = counting.calls_;
+    S::makeBatch(none, 2, again.data());
+    EXPECT_EQ(counting.calls_, calls);
+    EXPECT_TRUE(again[0].isNull() && again[1].isNull());
+
+    // Replacing a batch's texts releases the old batch.
+    const long base = counting.live_;
+    std::vector<S> fields(3);
+    for (int round = 0; round < 5; ++round) {
+      const std::string text = "take " + std::to_string(round);
+      const std::string_view batch[] = {text, "Sc 12", text};
+      S::makeBatch(batch, 3, fields.data());
+      EXPECT_EQ(fields[2], text.c_str());
+      EXPECT_EQ(counting.live_, base + 1) << "round " << round;
+    }
+  }
+  EXPECT_EQ(counting.live_, 0);
+}
+
+TEST(ZrPtr, CopiesAndReleasesFromTwoThreadsKeepOneCount) {
+  destroyed = 0;
+  Zr::Ptr<Shot> shared(new Shot);
+  auto churn = [&shared] {
+    for (int i = 0; i < 200000; ++i) {
+      Zr::Ptr<Shot> copy(shared);
+      Zr::Ptr<Shot> again;
+      again = copy;
+      Zr::Ptr<Shot> moved(std::move(copy));
+    }
+  };
+  std::thread a(churn), b(churn);
+  a.join();
+  b.join();
+  EXPECT_EQ(shared.useCount(), 1);
+  EXPECT_EQ(destroyed, 0);
+  shared = nullptr;
+  EXPECT_EQ(destroyed, 1);
+
+  // Racing last releases destroy each object once.
+  destroyed = 0;
+  constexpr int kObjects = 20000;
+  std::vector<Zr::Ptr<Shot>> left, right;
+  for (int i = 0; i < kObjects; ++i) {
+    left.emplace_back(new Shot);
+    right.push_back(left.back());
+  }
+  std::atomic<bool> go{false};
+  auto drain = [&go](std::vector<Zr::Ptr<Shot>>& holders) {
+    while (!go) std::this_thread::yield();
+    for (auto& p : holders) p.reset();
+  };
+  std::thread c(drain, std::ref(left)), d(drain, std::ref(right));
+  go = true;
+  c.join();
+  d.join();
+  EXPECT_EQ(destroyed, kObjects);
+
+  // Intrusive: a second wrap of a raw pointer and a base-class pointer join the same count.
+  destroyed = 0;
+  Shot* raw = new Shot;
+  Zr::Ptr<Shot> first(raw), second(raw);
+  Zr::Ptr<iObject> base(first);
+  EXPECT_EQ(first.useCount(), 3);
+  EXPECT_TRUE(base.get() == static_cast<iObject*>(raw));
+  first.reset();
+  second.reset();
+  EXPECT_EQ(destroyed, 0);
+  base.reset();
+  EXPECT_EQ(destroyed, 1);
+}

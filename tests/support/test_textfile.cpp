@@ -3,8 +3,6 @@
 // block reader that loads use.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -25,24 +23,32 @@ using namespace std::string_literals;
 using testutil::readFile;
 using testutil::TempDir;
 using testutil::writeFile;
+using Lines = std::vector<std::string>;
 
 namespace {
 
-// A disk that forwards to the real one, with one chosen call failing, transfers cut short and
-// calls interrupted, and a count of descriptors left open.
+// Forwards to the real disk, with one chosen call failing, transfers cut short, every other
+// call first interrupted, and a count of descriptors left open. Installs itself while it lives.
 class SimulatedDisk : public iFileSystem {
  public:
   enum Fault { kNone, kRead, kWrite, kFsync, kClose, kRename, kWriteback };
-  Fault fault = kNone;
-  std::size_t max_transfer = 0;  // 0: whole transfers
-  bool interrupt = false;        // every other call first fails with EINTR
+  explicit SimulatedDisk(Fault f = kNone, std::size_t max = 0, bool intr = false)
+      : fault(f), max_transfer(max), interrupt(intr), previous_(setFileSystem(this)) {}
+  ~SimulatedDisk() override { setFileSystem(previous_); }
+  Fault fault;
+  std::size_t max_transfer;  // 0: whole transfers
+  bool interrupt;
   int open_fds = 0;
-  std::size_t largest_read = 0;  // the largest size a read asked for
+  std::size_t largest_read = 0;
+  struct Writeback {
+    uint64_t offset, length, file_size;  // the file's size when it was asked
+  };
+  std::vector<Writeback> writebacks;
 
   int open(const char* path, int flags, mode_t mode) override {
     if (interrupted()) return -1;
     int fd = real()->open(path, flags, mode);
-    if (fd >= 0) ++open_fds;
+    open_fds += fd >= 0;
     return fd;
   }
   ssize_t read(int fd, void* buffer, std::size_t size) override {
@@ -53,8 +59,7 @@ class SimulatedDisk : public iFileSystem {
   }
   ssize_t write(int fd, const void* buffer, std::size_t size) override {
     if (fault == kWrite) return fail(ENOSPC);
-    if (interrupted()) return -1;
-    return real()->write(fd, buffer, cut(size));
+    return interrupted() ? -1 : real()->write(fd, buffer, cut(size));
   }
   int fsync(int fd) override { return fault == kFsync ? fail(EIO) : real()->fsync(fd); }
   int close(int fd) override {
@@ -73,13 +78,8 @@ class SimulatedDisk : public iFileSystem {
     uint64_t size = 0;
     real()->fileSize(fd, size);
     writebacks.push_back({offset, length, size});
-    if (fault == kWriteback) return fail(EIO);
-    return real()->startWriteback(fd, offset, length);
+    return fault == kWriteback ? fail(EIO) : real()->startWriteback(fd, offset, length);
   }
-  struct Writeback {
-    uint64_t offset, length, file_size;  // the file's size when it was asked
-  };
-  std::vector<Writeback> writebacks;
 
  private:
   static iFileSystem* real() { return defaultFileSystem(); }
@@ -94,26 +94,18 @@ class SimulatedDisk : public iFileSystem {
   }
   std::size_t cut(std::size_t size) const { return max_transfer && size > max_transfer ? max_transfer : size; }
   unsigned tick_ = 0;
-};
-
-class UseDisk {
- public:
-  explicit UseDisk(iFileSystem* fs) : previous_(setFileSystem(fs)) {}
-  ~UseDisk() { setFileSystem(previous_); }
-
- private:
   iFileSystem* previous_;
 };
 
-std::vector<std::string> names_in(const std::string& folder) {
-  std::vector<std::string> names;
+Lines names_in(const std::string& folder) {
+  Lines names;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
 
-std::vector<std::string> lines_of(const TextFile& file) {
-  std::vector<std::string> lines;
+// Appends the file's lines to `lines`, checking operator[] agrees with line().
+Lines& add_lines(Lines& lines, const TextFile& file) {
   for (unsigned i = 0; i < file.getNumLines(); ++i) {
     LightweightString<char> copy = file[i];
     EXPECT_EQ(std::string(copy.c_str(), copy.size()), std::string(file.line(i)));
@@ -122,22 +114,26 @@ std::vector<std::string> lines_of(const TextFile& file) {
   return lines;
 }
 
+Lines lines_of(const TextFile& file) {
+  Lines lines;
+  return add_lines(lines, file);
+}
+
 }  // namespace
 
-struct SplitCase {
-  std::string bytes;
-  char separator;
-  bool keep_cr;
-  std::vector<std::string> lines;
-};
-
-const SplitCase kSplitCases[] = {
+// A whole load, and the reader's blocks of every size down to one byte over a disk that cuts
+// transfers short and interrupts calls, split alike; blocks hold whole lines.
+TEST(TextFile, LoadAndBlockReaderSplitLinesAlike) {
+  const struct {
+    std::string bytes;
+    char separator;
+    bool keep_cr;
+    Lines lines;
+  } cases[] = {
       {"", '\n', false, {}},
       {"a", '\n', false, {"a"}},
-      {"a\n", '\n', false, {"a"}},
       {"a\n\n", '\n', false, {"a", ""}},
       {"\n", '\n', false, {""}},
-      {"a\r\nb\r\n", '\n', false, {"a", "b"}},
       {"a\r\nb", '\n', false, {"a", "b"}},
       {"a\r\r\nb\r", '\n', false, {"a\r", "b\r"}},
       {"a\rb\n", '\n', false, {"a\rb"}},
@@ -146,41 +142,29 @@ const SplitCase kSplitCases[] = {
       {"a;b\r;", ';', false, {"a", "b"}},
       {"long line one\r\n\nshort\r\nlast line without a feed\r", '\n', false,
        {"long line one", "", "short", "last line without a feed\r"}},
-};
-
-TEST(TextFile, LoadSplitsLines) {
+  };
   TempDir dir;
-  for (const auto& c : kSplitCases) {
+  SimulatedDisk disk(SimulatedDisk::kNone, 3, true);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.bytes));
     writeFile(dir.file("in.txt"), c.bytes);
     TextFile file;
     ASSERT_TRUE(file.load(dir.wfile("in.txt"), c.separator, c.keep_cr));
-    EXPECT_EQ(lines_of(file), c.lines) << testing::PrintToString(c.bytes);
-  }
-}
-
-// Every block size, down to one byte, splits as a whole load does; blocks hold whole lines.
-TEST(TextFileReader, BlocksOfWholeLinesSplitAsALoad) {
-  TempDir dir;
-  SimulatedDisk disk;
-  disk.max_transfer = 3;
-  disk.interrupt = true;
-  for (const auto& c : kSplitCases) {
-    writeFile(dir.file("in.txt"), c.bytes);
+    EXPECT_EQ(lines_of(file), c.lines);
     for (std::size_t block : {1, 2, 3, 5, 64}) {
-      UseDisk use(&disk);
       TextFileReader in(dir.wfile("in.txt"), c.separator, c.keep_cr, block);
       EXPECT_EQ(in.size(), c.bytes.size());
       TextFile lines;
-      std::vector<std::string> all;
+      Lines all;
       while (in.next(lines)) {
         EXPECT_GT(lines.getNumLines(), 0u);
         EXPECT_EQ(lines.readCursor(), 0u);
-        for (const std::string& line : lines_of(lines)) all.push_back(line);
+        add_lines(all, lines);
       }
       EXPECT_EQ(lines.getNumLines(), 0u);
       EXPECT_FALSE(in.next(lines));
       EXPECT_TRUE(in.finish());
-      EXPECT_EQ(all, c.lines) << testing::PrintToString(c.bytes) << ", block " << block;
+      EXPECT_EQ(all, c.lines) << "block " << block;
     }
   }
   EXPECT_EQ(disk.open_fds, 0);
@@ -190,45 +174,34 @@ TEST(TextFileReader, ReadsNoBiggerThanTheFileYetAllOfAGrownOne) {
   TempDir dir;
   writeFile(dir.file("in.txt"), "one\ntwo\n");
   SimulatedDisk disk;
-  UseDisk use(&disk);
   TextFileReader in(dir.wfile("in.txt"), '\n', false);
   // Lines added after the open are read too, however far they run past the size seen then.
-  std::string more;
-  for (int i = 0; i < 5000; ++i) more += "line " + std::to_string(i) + "\n";
-  {
-    std::ofstream grow(dir.file("in.txt"), std::ios::app | std::ios::binary);
-    grow << more;
-  }
+  std::ofstream grow(dir.file("in.txt"), std::ios::app | std::ios::binary);
+  for (int i = 0; i < 5000; ++i) grow << "line " << i << "\n";
+  grow.close();
   TextFile lines;
-  std::vector<std::string> all;
-  while (in.next(lines)) {
-    for (const std::string& line : lines_of(lines)) all.push_back(line);
-  }
+  Lines all;
+  while (in.next(lines)) add_lines(all, lines);
   EXPECT_TRUE(in.finish());
   ASSERT_EQ(all.size(), 5002u);
   EXPECT_EQ(all[1], "two");
   EXPECT_EQ(all.back(), "line 4999");
-  // A small file costs a small buffer, not a whole block.
-  EXPECT_LT(disk.largest_read, std::size_t{64} << 10);
+  EXPECT_LT(disk.largest_read, std::size_t{64} << 10) << "a small file costs a small buffer";
 }
 
 TEST(TextFileReader, FailuresStopTheReadingAndShowInFinish) {
   TempDir dir;
   writeFile(dir.file("in.txt"), "one\ntwo\nthree\n");
-  {
-    TextFileReader missing(dir.wfile("missing.txt"), '\n', false);
-    TextFile lines;
-    EXPECT_FALSE(missing.next(lines));
-    EXPECT_FALSE(missing.finish());
-    EXPECT_EQ(errno, ENOENT);
-  }
+  TextFile lines;
+  TextFileReader missing(dir.wfile("missing.txt"), '\n', false);
+  EXPECT_FALSE(missing.next(lines));
+  EXPECT_FALSE(missing.finish());
+  EXPECT_EQ(errno, ENOENT);
   for (SimulatedDisk::Fault fault : {SimulatedDisk::kRead, SimulatedDisk::kClose}) {
     SimulatedDisk disk;
-    UseDisk use(&disk);
     TextFileReader in(dir.wfile("in.txt"), '\n', false, 4);
-    TextFile lines;
     ASSERT_TRUE(in.next(lines));
-    EXPECT_EQ(lines_of(lines), std::vector<std::string>{"one"});
+    EXPECT_EQ(lines_of(lines), Lines{"one"});
     disk.fault = fault;
     if (fault == SimulatedDisk::kRead) {
       EXPECT_FALSE(in.next(lines));
@@ -255,7 +228,6 @@ TEST(TextFile, ReadingPastTheEndAndTheCursor) {
   EXPECT_EQ(file.takeLine(), "");
   EXPECT_TRUE(file[2].empty());
   EXPECT_TRUE(file[~0u].empty());
-
   // A failed load leaves no lines behind.
   EXPECT_FALSE(file.load(dir.wfile("missing.txt"), '\n', false));
   EXPECT_EQ(file.getNumLines(), 0u);
@@ -269,20 +241,22 @@ TEST(TextFile, RoundTripsAreByteExact) {
   writeFile(dir.file("crlf.kst"), "a\r\nb\r\n\r\nlast");
   TextFile file;
   ASSERT_TRUE(file.load(dir.wfile("crlf.kst"), '\n', false));
-  ASSERT_TRUE(file.save(dir.wfile("lf.kst"), TextFile::kEOL_LF));
-  EXPECT_EQ(readFile(dir.file("lf.kst")), "a\nb\n\nlast\n");
-  ASSERT_TRUE(file.save(dir.wfile("crlf.kst"), TextFile::kEOL_CRLF));
-  EXPECT_EQ(readFile(dir.file("crlf.kst")), "a\r\nb\r\n\r\nlast\r\n");
-  ASSERT_TRUE(file.save(dir.wfile("none.kst"), TextFile::kEOLNone));
-  EXPECT_EQ(readFile(dir.file("none.kst")), "ablast");
+  const struct {
+    TextFile::eEOLStyle style;
+    const char* bytes;
+  } styles[] = {{TextFile::kEOL_LF, "a\nb\n\nlast\n"},
+                {TextFile::kEOL_CRLF, "a\r\nb\r\n\r\nlast\r\n"},
+                {TextFile::kEOLNone, "ablast"}};
+  for (const auto& s : styles) {
+    ASSERT_TRUE(file.save(dir.wfile("crlf.kst"), s.style));
+    EXPECT_EQ(readFile(dir.file("crlf.kst")), s.bytes);
+  }
 
   // Every byte value but the separator, NULs included; no line ends in a carriage return.
   std::string binary;
-  for (int line = 0; line < 8; ++line) {
-    for (int b = line * 32; b < line * 32 + 32; ++b) {
-      if (b != '\n') binary += static_cast<char>(b);
-    }
-    binary += '\n';
+  for (int b = 0; b < 256; ++b) {
+    if (b != '\n') binary += static_cast<char>(b);
+    if (b % 32 == 31) binary += '\n';
   }
   writeFile(dir.file("binary.kst"), binary);
   ASSERT_TRUE(file.load(dir.wfile("binary.kst"), '\n', false));
@@ -303,45 +277,9 @@ TEST(TextFile, RoundTripsAreByteExact) {
   file.appendLine("x");
   ASSERT_TRUE(file.save(name, TextFile::kEOL_LF));
   EXPECT_EQ(readFile(dir.file("caf\xC3\xA9.kst")), "x\n");
-}
 
-TEST(TextFile, AppendingItsOwnLines) {
-  TextFile file;
-  file.appendLine(LightweightString<char>("take 1"));
-  for (int i = 0; i < 200; ++i) file.appendLine(file.line(static_cast<unsigned>(i)));
-  ASSERT_EQ(file.getNumLines(), 201u);
-  for (unsigned i = 0; i < file.getNumLines(); ++i) ASSERT_EQ(file.line(i), "take 1") << i;
-  file.appendLine(std::string_view());
-  EXPECT_EQ(file.getNumLines(), 202u);
-}
-
-// A line handed out with the buffer stays as it was whatever the file does next.
-TEST(TextFile, ALentBufferNeverChanges) {
-  TextFile file;
-  file.appendLine("\"take 1\"");
-  std::shared_ptr<const TextFile::Bytes> lent = file.shareBuffer();
-  const std::string_view first = file.line(0);
-  for (int i = 0; i < 100; ++i) file.appendLine(file.line(0));  // grows a copy
-  EXPECT_EQ(first, "\"take 1\"");
-  EXPECT_EQ(std::string_view(lent->data(), lent->size()), "\"take 1\"");
-  EXPECT_EQ(file.line(100), "\"take 1\"");
-
-  lent = file.shareBuffer();
-  const std::string_view last = file.line(100);
-  file.clear();
-  file.appendLine("other");
-  EXPECT_EQ(last, "\"take 1\"");
-  EXPECT_EQ(file.line(0), "other");
-  EXPECT_EQ(file.getNumLines(), 1u);
-}
-
-TEST(TextFile, ShortTransfersAndInterruptedCalls) {
-  TempDir dir;
-  SimulatedDisk disk;
-  disk.max_transfer = 5;
-  disk.interrupt = true;
-  UseDisk use(&disk);
-
+  // Many lines through short transfers and interrupted calls.
+  SimulatedDisk disk(SimulatedDisk::kNone, 5, true);
   TextFile out;
   std::string expected;
   for (int i = 0; i < 2000; ++i) {
@@ -351,58 +289,58 @@ TEST(TextFile, ShortTransfersAndInterruptedCalls) {
   }
   ASSERT_TRUE(out.save(dir.wfile("day.kst"), TextFile::kEOL_LF));
   EXPECT_EQ(readFile(dir.file("day.kst")), expected);
-  TextFile in;
-  ASSERT_TRUE(in.load(dir.wfile("day.kst"), '\n', false));
-  EXPECT_EQ(lines_of(in), lines_of(out));
+  ASSERT_TRUE(file.load(dir.wfile("day.kst"), '\n', false));
+  EXPECT_EQ(lines_of(file), lines_of(out));
   EXPECT_EQ(disk.open_fds, 0);
+}
+
+// Appending its own lines, and a buffer handed out that stays as it was whatever comes next.
+TEST(TextFile, AppendingItsOwnLinesAndALentBufferNeverChanges) {
+  TextFile file;
+  file.appendLine(LightweightString<char>("\"take 1\""));
+  std::shared_ptr<const TextFile::Bytes> lent = file.shareBuffer();
+  const std::string_view first = file.line(0);
+  for (int i = 0; i < 200; ++i) file.appendLine(file.line(static_cast<unsigned>(i)));
+  ASSERT_EQ(file.getNumLines(), 201u);
+  for (unsigned i = 0; i < file.getNumLines(); ++i) ASSERT_EQ(file.line(i), "\"take 1\"") << i;
+  file.appendLine(std::string_view());
+  EXPECT_EQ(file.getNumLines(), 202u);
+  EXPECT_EQ(first, "\"take 1\"");
+  EXPECT_EQ(std::string_view(lent->data(), lent->size()), "\"take 1\"");
+
+  lent = file.shareBuffer();
+  const std::string_view last = file.line(200);
+  file.clear();
+  file.appendLine("other");
+  EXPECT_EQ(last, "\"take 1\"");
+  EXPECT_EQ(file.line(0), "other");
+  EXPECT_EQ(file.getNumLines(), 1u);
 }
 
 TEST(TextFile, FailedSaveLeavesTheOldFileAndNoTemporary) {
   TextFile file;
   file.appendLine("new contents");
-
   for (auto fault : {SimulatedDisk::kWrite, SimulatedDisk::kFsync, SimulatedDisk::kClose, SimulatedDisk::kRename}) {
     TempDir dir;
     writeFile(dir.file("day.kst"), "old\n");
-    SimulatedDisk disk;
-    disk.fault = fault;
-    UseDisk use(&disk);
+    SimulatedDisk disk(fault);
     EXPECT_FALSE(file.save(dir.wfile("day.kst"), TextFile::kEOL_LF)) << fault;
     EXPECT_EQ(readFile(dir.file("day.kst")), "old\n") << fault;
-    EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"day.kst"}) << fault;
+    EXPECT_EQ(names_in(dir.path()), Lines{"day.kst"}) << fault;
     EXPECT_EQ(disk.open_fds, 0) << fault;
-  }
-
-  // Refusals of the real system. Root writes into read-only folders, so a folder standing
-  // where the file should go and a folder that does not exist are tried as well.
-  TempDir dir;
-  std::filesystem::create_directory(dir.file("day.kst"));
-  EXPECT_FALSE(file.save(dir.wfile("day.kst"), TextFile::kEOL_LF));
-  EXPECT_TRUE(std::filesystem::is_directory(dir.file("day.kst")));
-  EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"day.kst"});
-
-  EXPECT_FALSE(file.save(dir.wfile("nowhere/day.kst"), TextFile::kEOL_LF));
-  EXPECT_FALSE(testutil::pathExists(dir.file("nowhere")));
-
-  if (geteuid() != 0) {
-    std::filesystem::create_directory(dir.file("locked"));
-    writeFile(dir.file("locked/day.kst"), "old\n");
-    chmod(dir.file("locked").c_str(), 0555);
-    EXPECT_FALSE(file.save(dir.wfile("locked/day.kst"), TextFile::kEOL_LF));
-    chmod(dir.file("locked").c_str(), 0755);
-    EXPECT_EQ(readFile(dir.file("locked/day.kst")), "old\n");
-    EXPECT_EQ(names_in(dir.file("locked")), std::vector<std::string>{"day.kst"});
   }
 }
 
 TEST(TextFile, ConcurrentSavesToOneTarget) {
   TempDir dir;
-  std::vector<std::string> contents(2);
+  std::string contents[2];
   auto saver = [&](int who) {
     TextFile file;
-    for (int i = 0; i < 300; ++i) file.appendLine("writer " + std::to_string(who) + " line " + std::to_string(i));
-    for (int i = 0; i < 300; ++i)
-      contents[who] += "writer " + std::to_string(who) + " line " + std::to_string(i) + "\n";
+    for (int i = 0; i < 300; ++i) {
+      std::string line = "writer " + std::to_string(who) + " line " + std::to_string(i);
+      file.appendLine(line);
+      contents[who] += line + "\n";
+    }
     for (int round = 0; round < 20; ++round) EXPECT_TRUE(file.save(dir.wfile("shared.kst"), TextFile::kEOL_LF));
   };
   std::thread a(saver, 0), b(saver, 1);
@@ -410,7 +348,7 @@ TEST(TextFile, ConcurrentSavesToOneTarget) {
   b.join();
   std::string final_text = readFile(dir.file("shared.kst"));
   EXPECT_TRUE(final_text == contents[0] || final_text == contents[1]);
-  EXPECT_EQ(names_in(dir.path()), std::vector<std::string>{"shared.kst"});
+  EXPECT_EQ(names_in(dir.path()), Lines{"shared.kst"});
 }
 
 TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
@@ -418,11 +356,11 @@ TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
   writeFile(dir.file("day.kst"), "old\n");
   // Lines shorter than, equal to and longer than the writer's block, in an order that makes
   // the block fill exactly, overflow, and be bypassed.
-  const std::vector<std::size_t> sizes = {0, 10, 65535, 1, 65536, 200000, 3, 70000, 65534};
+  const std::size_t sizes[] = {0, 10, 65535, 1, 65536, 200000, 3, 70000, 65534};
   std::string expected;
   {
     TextFileWriter out(dir.wfile("day.kst"), TextFile::kEOL_CRLF);
-    for (std::size_t i = 0; i < sizes.size(); ++i) {
+    for (std::size_t i = 0; i < std::size(sizes); ++i) {
       std::string line(sizes[i], static_cast<char>('a' + i));
       out.appendLine(line);
       expected += line + "\r\n";
@@ -431,7 +369,6 @@ TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
     EXPECT_FALSE(out.commit()) << "a second commit has nothing to make";
   }
   EXPECT_EQ(readFile(dir.file("day.kst")), expected);
-
   // Abandoned part way, with a block's worth already on the disk: the target keeps its text
   // and the temporary file goes.
   {
@@ -439,12 +376,9 @@ TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
     out.appendLine(std::string(300000, 'z'));
   }
   EXPECT_EQ(readFile(dir.file("day.kst")), expected);
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) names.push_back(entry.path().filename());
-  EXPECT_EQ(names, std::vector<std::string>{"day.kst"});
-
+  EXPECT_EQ(names_in(dir.path()), Lines{"day.kst"});
   // A writer that cannot open its temporary file takes lines and answers false.
-  TextFileWriter nowhere(testutil::wide(dir.path() + "/missing/day.kst"), TextFile::kEOL_LF);
+  TextFileWriter nowhere(dir.wfile("missing/day.kst"), TextFile::kEOL_LF);
   nowhere.appendLine("x");
   errno = 0;
   EXPECT_FALSE(nowhere.commit());
@@ -456,23 +390,18 @@ TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
 TEST(TextFileWriter, LargeFilesStartGoingToTheDiskAsTheyAreWritten) {
   for (SimulatedDisk::Fault fault : {SimulatedDisk::kNone, SimulatedDisk::kWriteback}) {
     TempDir dir;
-    SimulatedDisk disk;
-    disk.fault = fault;
+    SimulatedDisk disk(fault);
     // Lines that go through the writer's block and lines too long for it, alternately: 32 MB.
     const std::string lines[2] = {std::string(60000, 'x'), std::string(100000, 'y')};
     constexpr int kLines = 400;
-    {
-      UseDisk use(&disk);
-      TextFileWriter out(dir.wfile("big.kst"), TextFile::kEOL_LF);
-      for (int i = 0; i < kLines; ++i) out.appendLine(lines[i % 2]);
-      errno = 0;
-      ASSERT_TRUE(out.commit());
-    }
+    TextFileWriter out(dir.wfile("big.kst"), TextFile::kEOL_LF);
+    for (int i = 0; i < kLines; ++i) out.appendLine(lines[i % 2]);
+    ASSERT_TRUE(out.commit());
     const uint64_t size = kLines / 2 * (lines[0].size() + lines[1].size() + 2);
     EXPECT_EQ(std::filesystem::file_size(dir.file("big.kst")), size);
     ASSERT_EQ(disk.writebacks.size(), size / (uint64_t{8} << 20)) << "one for each 8 MB written";
     uint64_t next = 0;
-    for (const SimulatedDisk::Writeback& w : disk.writebacks) {
+    for (const auto& w : disk.writebacks) {
       EXPECT_EQ(w.offset, next);
       EXPECT_GE(w.length, uint64_t{8} << 20);
       EXPECT_GE(w.file_size, w.offset + w.length) << "asked for before it was written";

@@ -1,8 +1,6 @@
 // The commands on small logs whose every value is known, checked against exact output and
 // against the written logs read back with the library.
 
-#include <kesta/kesta.h>
-
 #include <algorithm>
 
 #include "KstTest.h"
@@ -10,66 +8,64 @@
 namespace ksttest {
 namespace {
 
+const Strings kTypes = {"text", "text", "timecode", "timecode", "text", "text"};
+const Strings kNames = {"Name", "Reel", "Start time", "End time", "Notes", "Tag"};
+
 class KstCommands : public KstTest {
  protected:
   // Three clips; the second is tagged. The first note holds quotes and a comma, the third a
   // line break (written in the log as backslash-n).
-  std::string clips(const std::string& name = "clips.kst",
-                    const std::vector<std::string>& params = {"KESTA:Rev 1", "Mode:x"}) {
-    return put(name, logText(params, {"text", "text", "timecode", "timecode", "text", "text"},
-                             {"Name", "Reel", "Start time", "End time", "Notes", "Tag"},
+  std::string clips(const std::string& name = "clips.kst", const Strings& params = {"KESTA:Rev 1", "Mode:x"}) {
+    return put(name, logText(params, kTypes, kNames,
                              {{"Sc 1 Tk 1", "A010", "01:00:05:00", "01:00:20:00", "say \"hi\", then go", "0"},
                               {"Sc 1 Tk 2", "A2", "01:00:30:00", "01:00:40:00", "", "1"},
                               {"Sc 2 Tk 1", "a001", "02:00:00:00", "02:00:10:00", "line one\\nline two", "0"}}));
   }
+  Strings col(const std::string& name, const char* column_name) { return column(*load(name), column_name); }
 };
 
-TEST_F(KstCommands, ShowPrintsEachFormat) {
-  std::string file = clips();
-  Result table = kst({"show", file});
-  EXPECT_EQ(table.status, 0);
-  EXPECT_EQ(table.err, "");
-  EXPECT_EQ(table.out,
-            "Name       Reel  Start time   End time     Notes               Tag\n"
-            "---------  ----  -----------  -----------  ------------------  ---\n"
-            "Sc 1 Tk 1  A010  01:00:05:00  01:00:20:00  say \"hi\", then go   0\n"
-            "Sc 1 Tk 2  A2    01:00:30:00  01:00:40:00                      1\n"
-            "Sc 2 Tk 1  a001  02:00:00:00  02:00:10:00  line one\\nline two  0\n");
-
-  Result csv = kst({"show", file, "--columns", "Name, Notes", "--format", "csv"});
-  EXPECT_EQ(
-      csv.out,
-      "Name,Notes\r\nSc 1 Tk 1,\"say \"\"hi\"\", then go\"\r\nSc 1 Tk 2,\r\nSc 2 Tk 1,\"line one\nline two\"\r\n");
-
-  Result tsv = kst({"show", file, "--columns", "notes,reel", "--format", "tsv", "--limit", "3"});
-  EXPECT_EQ(tsv.out, "Notes\tReel\nsay \"hi\", then go\tA010\n\tA2\nline one\\nline two\ta001\n");
-
-  Result json = kst({"show", file, "--columns", "Reel,Notes", "--format", "json", "--limit", "1"});
-  EXPECT_EQ(json.out, "[\n  {\"Reel\": \"A010\", \"Notes\": \"say \\\"hi\\\", then go\"}\n]\n");
-
-  Result tagged = kst({"show", file, "--tagged", "--columns", "Name", "--format", "csv"});
-  EXPECT_EQ(tagged.out, "Name\r\nSc 1 Tk 2\r\n");
-
-  Result none = kst({"show", file, "--limit", "0", "--format", "json"});
-  EXPECT_EQ(none.out, "[]\n");
-}
-
-TEST_F(KstCommands, ShowFitsAWidthAndFollowsTheFieldMap) {
-  std::string file = clips();
-  Result narrow = kst({"show", file, "--width", "40"});
-  ASSERT_EQ(narrow.status, 0);
-  EXPECT_EQ(narrow.out,
-            "Name       Reel  Start time  End time\n"
-            "---------  ----  ----------  ----------\n"
-            "Sc 1 Tk 1  A010  01:00:05:\u2026  01:00:20:\u2026\n"
-            "Sc 1 Tk 2  A2    01:00:30:\u2026  01:00:40:\u2026\n"
-            "Sc 2 Tk 1  a001  02:00:00:\u2026  02:00:10:\u2026\n"
-            "(2 more columns not shown)\n");
+TEST_F(KstCommands, ShowPrintsEachFormatFitsAWidthAndFollowsTheFieldMap) {
+  const std::string file = clips();
+  // The field map shows Start time, then Name; Reel is hidden and the rest are not listed.
+  const std::string mapped = clips("mapped.kst", {"KESTA:Rev 1", "V5_FIELD_MAP:3 1 -2"});
+  const struct {
+    Strings args;
+    std::string out;
+  } cases[] = {
+      {{"show", file},
+       "Name       Reel  Start time   End time     Notes               Tag\n"
+       "---------  ----  -----------  -----------  ------------------  ---\n"
+       "Sc 1 Tk 1  A010  01:00:05:00  01:00:20:00  say \"hi\", then go   0\n"
+       "Sc 1 Tk 2  A2    01:00:30:00  01:00:40:00                      1\n"
+       "Sc 2 Tk 1  a001  02:00:00:00  02:00:10:00  line one\\nline two  0\n"},
+      {{"show", file, "--width", "40"},
+       "Name       Reel  Start time  End time\n"
+       "---------  ----  ----------  ----------\n"
+       "Sc 1 Tk 1  A010  01:00:05:\u2026  01:00:20:\u2026\n"
+       "Sc 1 Tk 2  A2    01:00:30:\u2026  01:00:40:\u2026\n"
+       "Sc 2 Tk 1  a001  02:00:00:\u2026  02:00:10:\u2026\n"
+       "(2 more columns not shown)\n"},
+      {{"show", file, "--columns", "Name, Notes", "--format", "csv"},
+       "Name,Notes\r\nSc 1 Tk 1,\"say \"\"hi\"\", then go\"\r\nSc 1 Tk 2,\r\nSc 2 Tk 1,\"line one\nline two\"\r\n"},
+      {{"show", file, "--columns", "notes,reel", "--format", "tsv", "--limit", "3"},
+       "Notes\tReel\nsay \"hi\", then go\tA010\n\tA2\nline one\\nline two\ta001\n"},
+      {{"show", file, "--columns", "Reel,Notes", "--format", "json", "--limit", "1"},
+       "[\n  {\"Reel\": \"A010\", \"Notes\": \"say \\\"hi\\\", then go\"}\n]\n"},
+      {{"show", file, "--tagged", "--columns", "Name", "--format", "csv"}, "Name\r\nSc 1 Tk 2\r\n"},
+      {{"show", file, "--limit", "0", "--format", "json"}, "[]\n"},
+      {{"show", mapped, "--format", "csv", "--limit", "1"}, "Start time,Name\r\n01:00:05:00,Sc 1 Tk 1\r\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    Result r = kst(c.args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, c.out);
+  }
   // Wide enough for everything: nothing is cut; --width 0 never cuts.
-  Result wide = kst({"show", file, "--width", "66"});
-  Result full = kst({"show", file, "--width", "0"});
-  EXPECT_EQ(wide.out, full.out);
-  EXPECT_EQ(full.out, kst({"show", file}).out);
+  const std::string full = kst({"show", file, "--width", "0"}).out;
+  EXPECT_EQ(kst({"show", file, "--width", "66"}).out, full);
+  EXPECT_EQ(kst({"show", file}).out, full);
   Result cut = kst({"show", file, "--width", "65"});
   EXPECT_NE(cut.out.find("\u2026"), std::string::npos);
   for (const std::string& line : lines(cut.out)) {
@@ -77,11 +73,6 @@ TEST_F(KstCommands, ShowFitsAWidthAndFollowsTheFieldMap) {
     for (unsigned char c : line) points += (c & 0xC0) != 0x80;
     EXPECT_LE(points, 65u) << line;
   }
-
-  // The field map shows Start time, then Name; Reel is hidden and the rest are not listed.
-  std::string mapped = clips("mapped.kst", {"KESTA:Rev 1", "V5_FIELD_MAP:3 1 -2"});
-  Result shown = kst({"show", mapped, "--format", "csv", "--limit", "1"});
-  EXPECT_EQ(shown.out, "Start time,Name\r\n01:00:05:00,Sc 1 Tk 1\r\n");
 }
 
 TEST_F(KstCommands, InfoDescribesTheLog) {
@@ -116,15 +107,15 @@ TEST_F(KstCommands, InfoDescribesTheLog) {
 TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
   std::string file = clips();
   struct Case {
-    std::vector<std::string> options;
-    std::vector<std::string> reels;
+    Strings options;
+    Strings reels;
   } cases[] = {
       {{}, {"A2", "A010", "a001"}},                 // numbers by value, upper case first
       {{"--ignore-case"}, {"a001", "A010", "A2"}},  // plain text ignoring case
       {{"--desc"}, {"A2", "A010", "a001"}},         // plain text ignoring case, reversed
   };
   for (const auto& c : cases) {
-    std::vector<std::string> args{"sort", file, "--by", "Reel", "-o", path("sorted.kst")};
+    Strings args{"sort", file, "--by", "Reel", "-o", path("sorted.kst")};
     args.insert(args.end(), c.options.begin(), c.options.end());
     Result r = kst(args, {"sorted.kst"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -140,7 +131,7 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
   Result out = kst({"-q", "sort", file, "--by", "Tag,Name", "--desc", "-o", "-"});
   EXPECT_EQ(out.status, 0);
   EXPECT_EQ(out.err, "");
-  std::vector<std::string> got = lines(out.out);
+  Strings got = lines(out.out);
   ASSERT_EQ(got.size(), 9u);
   EXPECT_EQ(got[0], "\"KESTA:Rev 1\"");
   EXPECT_EQ(got[6].substr(0, 12), "\"Sc 1 Tk 2\",");
@@ -149,13 +140,13 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
 
   // --in-place replaces the input.
   ASSERT_EQ(kst({"sort", file, "--by", "Name", "--desc", "--in-place"}, {"clips.kst"}).status, 0);
-  EXPECT_EQ(column(*load("clips.kst"), "Name"), (std::vector<std::string>{"Sc 2 Tk 1", "Sc 1 Tk 2", "Sc 1 Tk 1"}));
+  EXPECT_EQ(col("clips.kst", "Name"), (Strings{"Sc 2 Tk 1", "Sc 1 Tk 2", "Sc 1 Tk 1"}));
 }
 
 TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
   std::string file = clips();
   struct Case {
-    std::vector<std::string> conditions;
+    Strings conditions;
     std::string names;  // the printed Name column, CSV
   } cases[] = {
       {{"Start time=01:00:1"}, "Sc 1 Tk 1\r\n"},  // inside 01:00:05:00..01:00:20:00
@@ -167,7 +158,7 @@ TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
       {{"Reel=zzz"}, ""},
   };
   for (const auto& c : cases) {
-    std::vector<std::string> args{"find", file};
+    Strings args{"find", file};
     args.insert(args.end(), c.conditions.begin(), c.conditions.end());
     for (const char* o : {"--columns", "Name", "--format", "csv"}) args.push_back(o);
     Result r = kst(args);
@@ -179,16 +170,16 @@ TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
   Result tag = kst({"find", file, "Notes=hi", "-o", path("tagged.kst")}, {"tagged.kst"});
   EXPECT_EQ(tag.status, 0);
   EXPECT_EQ(tag.err, "kst: 1 record matches; 1 record tagged\n");
-  EXPECT_EQ(column(*load("tagged.kst"), "Tag"), (std::vector<std::string>{"1", "0", "0"}));
+  EXPECT_EQ(col("tagged.kst", "Tag"), (Strings{"1", "0", "0"}));
   Result keep = kst({"find", file, "Notes=hi", "--keep-tags", "-o", path("tagged.kst")}, {"tagged.kst"});
   EXPECT_EQ(keep.err, "kst: 1 record matches; 2 records tagged\n");
-  EXPECT_EQ(column(*load("tagged.kst"), "Tag"), (std::vector<std::string>{"1", "1", "0"}));
+  EXPECT_EQ(col("tagged.kst", "Tag"), (Strings{"1", "1", "0"}));
 
   // A log without a "Tag" column gets one, or the tags would be lost.
   put("untagged.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Name"}, {{"x"}, {"y"}}));
   Result added = kst({"find", path("untagged.kst"), "Name=y", "-o", path("out.kst")}, {"out.kst"});
   EXPECT_EQ(added.err, "kst: added a \"Tag\" column to keep the tags\nkst: 1 record matches; 1 record tagged\n");
-  EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1"}));
+  EXPECT_EQ(col("out.kst", "Tag"), (Strings{"0", "1"}));
 }
 
 TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
@@ -198,7 +189,7 @@ TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
   EXPECT_EQ(r.err, "kst: warning: " + path("out.kst") +
                        ": the \"Tag\" column keeps tag numbers; 1 value there became 0 or 1 (record 3 held \"keep\")\n"
                        "kst: sorted 3 records\n");
-  EXPECT_EQ(column(*load("out.kst"), "Tag"), (std::vector<std::string>{"0", "1", "0"}));
+  EXPECT_EQ(col("out.kst", "Tag"), (Strings{"0", "1", "0"}));
 }
 
 // A record is tagged when its Tag text reads as a non-zero number, as strtol reads it.
@@ -224,8 +215,8 @@ TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
   Result saved = kst({"distinct", file, "--field", "reel", "-o", path("d.kst")}, {"d.kst"});
   EXPECT_EQ(saved.err, "kst: 4 distinct values tagged\n");
   auto db = load("d.kst");
-  EXPECT_EQ(column(*db, "Reel"), (std::vector<std::string>{"A1", "B", "B", "a1", ""}));
-  EXPECT_EQ(column(*db, "Tag"), (std::vector<std::string>{"1", "1", "0", "1", "1"}));
+  EXPECT_EQ(column(*db, "Reel"), (Strings{"A1", "B", "B", "a1", ""}));
+  EXPECT_EQ(column(*db, "Tag"), (Strings{"1", "1", "0", "1", "1"}));
 }
 
 TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
@@ -233,7 +224,7 @@ TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
   Result r = kst({"delete", file, "--tagged", "-o", path("left.kst")}, {"left.kst"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "kst: deleted 1 record; 2 remain\n");
-  EXPECT_EQ(column(*load("left.kst"), "Name"), (std::vector<std::string>{"Sc 1 Tk 1", "Sc 2 Tk 1"}));
+  EXPECT_EQ(col("left.kst", "Name"), (Strings{"Sc 1 Tk 1", "Sc 2 Tk 1"}));
   // Nothing tagged: the whole log is written back, and an empty result is a real file.
   Result again = kst({"delete", path("left.kst"), "--tagged", "--in-place"}, {"left.kst"});
   EXPECT_EQ(again.err, "kst: deleted 0 records; 2 remain\n");
@@ -247,15 +238,12 @@ TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
 
 TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
   std::string into = clips();
-  put("more.kst", logText({"KESTA:Rev 1"}, {"text", "text", "timecode", "timecode", "text", "text"},
-                          {"Name", "Reel", "Start time", "End time", "Notes", "Tag"},
-                          {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
+  put("more.kst", logText({"KESTA:Rev 1"}, kTypes, kNames, {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
   Result same = kst({"merge", into, path("more.kst"), "-o", path("m.kst")}, {"m.kst"});
   EXPECT_EQ(same.status, 0) << same.err;
   EXPECT_EQ(same.err, "kst: appended 1 record from " + path("more.kst") + "\n");
-  auto merged = load("m.kst");
-  EXPECT_EQ(column(*merged, "Name"), (std::vector<std::string>{"Sc 1 Tk 1", "Sc 1 Tk 2", "Sc 2 Tk 1", "Sc 9 Tk 1"}));
-  EXPECT_EQ(column(*merged, "Tag"), (std::vector<std::string>{"0", "1", "0", "1"}));
+  EXPECT_EQ(col("m.kst", "Name"), (Strings{"Sc 1 Tk 1", "Sc 1 Tk 2", "Sc 2 Tk 1", "Sc 9 Tk 1"}));
+  EXPECT_EQ(col("m.kst", "Tag"), (Strings{"0", "1", "0", "1"}));
 
   struct Refusal {
     const char* name;
@@ -263,21 +251,15 @@ TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
     std::string why;
     std::string warning = "";
   } refusals[] = {
-      {"rev2.kst",
-       logText({"KESTA:Rev 2"}, {"text", "text", "timecode", "timecode", "text", "text"},
-               {"Name", "Reel", "Start time", "End time", "Notes", "Tag"}, {}),
+      {"rev2.kst", logText({"KESTA:Rev 2"}, kTypes, kNames, {}),
        into + " is revision 1, " + path("rev2.kst") + " is revision 2",
        "kst: warning: " + path("rev2.kst") + " is a revision 2 log; this library writes revision 1\n"},
       {"narrow.kst", logText({"KESTA:Rev 1"}, {"text"}, {"Name"}, {}),
        into + " has 6 columns, " + path("narrow.kst") + " has 1"},
-      {"names.kst",
-       logText({"KESTA:Rev 1"}, {"text", "text", "timecode", "timecode", "text", "text"},
-               {"Name", "reel", "Start time", "End time", "Notes", "Tag"}, {}),
+      {"names.kst", logText({"KESTA:Rev 1"}, kTypes, {"Name", "reel", "Start time", "End time", "Notes", "Tag"}, {}),
        "column 2 differs in its name: " + into + " has \"Reel\" (text), " + path("names.kst") +
            " has \"reel\" (text) (names must match exactly, case included)"},
-      {"types.kst",
-       logText({"KESTA:Rev 1"}, {"text", "text", "text", "timecode", "text", "text"},
-               {"Name", "Reel", "Start time", "End time", "Notes", "Tag"}, {}),
+      {"types.kst", logText({"KESTA:Rev 1"}, {"text", "text", "text", "timecode", "text", "text"}, kNames, {}),
        "column 3 differs in its type: " + into + " has \"Start time\" (timecode), " + path("types.kst") +
            " has \"Start time\" (text)"},
   };

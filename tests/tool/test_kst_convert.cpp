@@ -1,7 +1,5 @@
 // kst convert: spreadsheet round trips through a log, the other formats, and bad tables.
 
-#include <kesta/kesta.h>
-
 #include "KstTest.h"
 
 namespace ksttest {
@@ -24,9 +22,9 @@ TEST_F(KstConvert, SpreadsheetRoundTripKeepsQuotesCommasAndLineBreaks) {
   EXPECT_EQ(in.err, "kst: wrote 3 records to " + path("sheet.kst") + "\n");
   // The log holds the values themselves, read back by the library.
   auto db = load("sheet.kst");
-  EXPECT_EQ(column(*db, "Name"), (std::vector<std::string>{"Sc 1, Tk 2", "plain", "\"quoted\""}));
-  EXPECT_EQ(column(*db, "Reel"), (std::vector<std::string>{"A001", "A002", "A,003"}));
-  EXPECT_EQ(column(*db, "Notes"), (std::vector<std::string>{"say \"hi\"\nthen leave", "", "two\n\nbreaks"}));
+  EXPECT_EQ(column(*db, "Name"), (Strings{"Sc 1, Tk 2", "plain", "\"quoted\""}));
+  EXPECT_EQ(column(*db, "Reel"), (Strings{"A001", "A002", "A,003"}));
+  EXPECT_EQ(column(*db, "Notes"), (Strings{"say \"hi\"\nthen leave", "", "two\n\nbreaks"}));
   EXPECT_EQ(db->get_field_type(0), DBFieldTypes::kText);
 
   Result out = kst({"convert", path("sheet.kst"), path("back.csv")}, {"back.csv"});
@@ -45,7 +43,7 @@ TEST_F(KstConvert, CsvReadingDiffersFromTheLibrarysOwnLoad) {
 }
 
 TEST_F(KstConvert, CsvDetails) {
-  struct Case {
+  const struct {
     const char* what;
     std::string csv;
     std::string json;
@@ -67,7 +65,7 @@ TEST_F(KstConvert, CsvDetails) {
 }
 
 TEST_F(KstConvert, BadTablesSayWhere) {
-  struct Case {
+  const struct {
     const char* name;
     std::string bytes;
     std::string message;
@@ -100,8 +98,8 @@ TEST_F(KstConvert, BadTablesSayWhere) {
   }
   // 4095 bytes fit.
   put("fits.csv", "A\n" + std::string(4095, 'x') + "\n");
-  EXPECT_EQ(kst({"convert", path("fits.csv"), path("out.kst")}, {"out.kst"}).status, 0);
-  EXPECT_EQ(column(*load("out.kst"), "A")[0].size(), 4095u);
+  ASSERT_EQ(kst({"convert", path("fits.csv"), path("out.kst")}, {"out.kst"}).status, 0);
+  EXPECT_EQ(column(*load("out.kst"), "A"), Strings{std::string(4095, 'x')});
 }
 
 TEST_F(KstConvert, ValuesTheLogCannotKeepAreReported) {
