@@ -15,7 +15,7 @@ namespace {
 using storetest::columnOf;
 using storetest::makeDb;
 using storetest::Rows;
-using storetest::taggedOf;
+using storetest::columnOf;
 using Strings = std::vector<std::string>;
 using Fields = std::vector<DBFieldDesc>;
 
@@ -117,7 +117,7 @@ TEST(Query, TagMatchingRecordsKeepsOrReplacesTags) {
     db->set_query(queryRecord(2, {"alpha"}).get());
     EXPECT_EQ(db->tag_matching_records(keep), 2) << keep;
     Strings expect = keep ? Strings{"alpha", "beta", "alphabet", "gamma"} : Strings{"alpha", "alphabet"};
-    EXPECT_EQ(taggedOf(*db, 0), expect) << keep;
+    EXPECT_EQ(columnOf(*db, 0, true), expect) << keep;
     EXPECT_EQ(db->get_tag(0), 1);
   }
 
@@ -279,7 +279,7 @@ TEST(Query, TagAllDifferentTagsFirstOfEachRun) {
     auto db = makeDb(kWords, rows);
     db->set_all_tags(1);
     EXPECT_EQ(db->tag_all_different(1), static_cast<int>(c.tagged.size())) << c.what;
-    EXPECT_EQ(taggedOf(*db, 1), c.tagged) << c.what;
+    EXPECT_EQ(columnOf(*db, 1, true), c.tagged) << c.what;
     EXPECT_EQ(db->getSortFieldIdx(), 1) << c.what;
   }
 
