@@ -93,7 +93,8 @@ inline Strings namesOf(const kesta& db) {
 
 inline Strings paramsOf(const KSTBase& db) {
   Strings out;
-  for (const Zr::AttribValuePair& p : db.params()) out.push_back(std::string(p.name().c_str()) + "=" + p.value().c_str());
+  for (const Zr::AttribValuePair& p : db.params())
+    out.push_back(std::string(p.name().c_str()) + "=" + p.value().c_str());
   return out;
 }
 

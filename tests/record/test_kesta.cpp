@@ -94,7 +94,8 @@ TEST(KestaColumns, AddAndRemoveFieldsReshapeEveryRecord) {
     char c;
     const char* in;
     const char* out;
-  } strips[] = {{'&', "Sc&ene", "Scene"}, {'&', "&&a&&b&&", "ab"}, {'&', "", ""}, {'x', "xaxbx", "ab"}, {'&', nullptr, ""}};
+  } strips[] = {
+      {'&', "Sc&ene", "Scene"}, {'&', "&&a&&b&&", "ab"}, {'&', "", ""}, {'x', "xaxbx", "ab"}, {'&', nullptr, ""}};
   for (const Case& c : strips) EXPECT_STREQ(kesta::strip_char_from_string(c.c, c.in).c_str(), c.out) << c.out;
 }
 
@@ -121,7 +122,8 @@ TEST(KestaColumns, TypeTokensWidthsAndLabels) {
       {"timecode", 116}, {"TIMECODE", 116}, {"timecode_s", 84}, {"Text", 97},     {"Text_S", 65},   {"time_of_day", 68},
       {"DATE", 100},     {"dos_date", 77},  {"char", 99},       {"Numeric", 110}, {"long", 108},    {"double", 102},
       {"B", 66},         {"\xc8", -56},     {"xy", 0},          {"", 0},          {"timecodes", 0}, {" text", 0}};
-  for (const auto& [token, code] : tokens) EXPECT_EQ(kesta::fieldTypeFromString(LightweightString<char>(token)), code) << token;
+  for (const auto& [token, code] : tokens)
+    EXPECT_EQ(kesta::fieldTypeFromString(LightweightString<char>(token)), code) << token;
   EXPECT_STREQ(kesta::fieldTypeToString(T::kChar).c_str(), "\"c\"") << "char is written as its code";
   for (int code = 1; code <= 127; ++code) {
     const std::string token = kesta::fieldTypeToString(static_cast<T::eType>(code)).c_str();
@@ -129,8 +131,12 @@ TEST(KestaColumns, TypeTokensWidthsAndLabels) {
     EXPECT_EQ(kesta::fieldTypeFromString(LightweightString<char>(token.substr(1, token.size() - 2).c_str())), code);
   }
   // Least widths by name ignoring case, and a default.
-  for (const auto& [name, width] : {std::pair<const char*, int>{"NOTES", 100}, {"reel type", 30}, {"Reel Typ", 4},
-                                    {"start keycode", 17}, {"Tag", 1}, {nullptr, 4}}) {
+  for (const auto& [name, width] : {std::pair<const char*, int>{"NOTES", 100},
+                                    {"reel type", 30},
+                                    {"Reel Typ", 4},
+                                    {"start keycode", 17},
+                                    {"Tag", 1},
+                                    {nullptr, 4}}) {
     EXPECT_EQ(kesta::getMinFieldSize(name), width) << (name ? name : "(null)");
   }
   // Special label columns go by exact name.
@@ -181,7 +187,8 @@ TEST(KestaParams, AddReplaceAndRead) {
     const char* key;
     const char* value;
     int index;
-  } reads[] = {{"mode", "y", 1}, {"EDITOR", "Ann", 2}, {"kesta", "Rev 1", 0}, {"Empty", "", 3}, {"missing", "", -1}, {"", "", -1}};
+  } reads[] = {{"mode", "y", 1}, {"EDITOR", "Ann", 2}, {"kesta", "Rev 1", 0},
+               {"Empty", "", 3}, {"missing", "", -1},  {"", "", -1}};
   for (const Read& r : reads) {
     EXPECT_STREQ(fresh.get_param_val(r.key), r.value) << r.key;
     EXPECT_STREQ(fresh.getParamVal(r.key).c_str(), r.value) << r.key;

@@ -114,8 +114,14 @@ TEST_F(KestaFile, DamagedInputsEndInTheirStates) {
       {"no KESTA: line", "\"Name\",\"Reel\"\n\"a\",\"b\"\n", true, 0, 0, 0, {}, ""},
       {"saved without parameters", "\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"a\"\n", true, 0, 0, 0, {}, ""},
       {"empty file", "", true, 0, 0, 0, {}, ""},
-      {"types and names differ", "\"KESTA:Rev 1\"\n\"KESTA\"\n\"32\",\"10\"\n\"text\",\"text\"\n\"N\",\"R\",\"S\"\n",
-       true, 0, 0, 1, {}, ""},
+      {"types and names differ",
+       "\"KESTA:Rev 1\"\n\"KESTA\"\n\"32\",\"10\"\n\"text\",\"text\"\n\"N\",\"R\",\"S\"\n",
+       true,
+       0,
+       0,
+       1,
+       {},
+       ""},
       {"short record line", head + "\"a\",\"A001\"\n\"b\"\n\"c\",\"A003\"\n", true, 1, 2, 1, {"a"}, kNotAllFilled},
       {"long record line", head + "\"a\",\"A001\",\"x\"\n\"c\",\"A003\"\n", true, 1, 2, 1, {}, kNotAllFilled},
       {"blank line ends the records", head + "\"a\",\"1\"\n\n\"c\",\"3\"\n", true, 1, 2, 1, {"a"}, ""},
@@ -125,11 +131,30 @@ TEST_F(KestaFile, DamagedInputsEndInTheirStates) {
       {"no marker, not strict", "\"KESTA:Rev 1\"\n\"Mode:x\"\n\"Name\",\"Reel\"\n", false, 1, 0, 2, {}, ""},
       {"header cut after the marker", "\"KESTA:Rev 1\"\n\"KESTA\"\n", true, 1, 0, 1, {}, ""},
       // A one-column database takes a repeated header's names line as a record.
-      {"repeated header", head1 + "\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"r2\"\n", true, 1, 1, 1, {"r1", "Name", "r2"}, ""},
+      {"repeated header",
+       head1 + "\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"r2\"\n",
+       true,
+       1,
+       1,
+       1,
+       {"r1", "Name", "r2"},
+       ""},
       {"repeated header cut", head1 + "\"KESTA\"\n\"32\"\n\"text\"\n", true, 1, 1, 1, {"r1"}, kNoMoreLines},
-      {"other revision", "\"KESTA:Rev 2\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"a\"\n", true, 1, 1, 1, {"a"},
+      {"other revision",
+       "\"KESTA:Rev 2\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"a\"\n",
+       true,
+       1,
+       1,
+       1,
+       {"a"},
        "kesta::read_text:  Warning: kesta is revision 2, current level is 1\n"},
-      {"no revision", "\"KESTA:\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n", true, 1, 1, 1, {},
+      {"no revision",
+       "\"KESTA:\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n",
+       true,
+       1,
+       1,
+       1,
+       {},
        "kesta::read_text:  Warning: kesta is revision 0, current level is 1\n"},
   };
   for (const Case& c : cases) {
@@ -250,9 +275,9 @@ TEST_F(KestaFile, ExampleLogsLoadAndSaveBackUnchanged) {
   testutil::writeFile(dir_.file("dailies.kst"), original);
   kesta db(dir_.wfile("dailies.kst"), INT_MAX, true);
   ASSERT_EQ(db.get_valid(), 1);
-  EXPECT_EQ(namesOf(db), (Strings{"Cookie", "Name", "Reel", "Scene", "Shot", "Start time", "End time", "Duration",
-                                  "snd reel", "snd start", "snd end", "start keycode", "end keycode", "Who",
-                                  "Description", "Notes", "Tag"}));
+  EXPECT_EQ(namesOf(db),
+            (Strings{"Cookie", "Name", "Reel", "Scene", "Shot", "Start time", "End time", "Duration", "snd reel",
+                     "snd start", "snd end", "start keycode", "end keycode", "Who", "Description", "Notes", "Tag"}));
   EXPECT_EQ(db.get_field_type(5), T::kTimecode);
   EXPECT_GE(db.get_num_records(), 150u);
 
@@ -274,8 +299,10 @@ TEST_F(KestaFile, ExampleLogsLoadAndSaveBackUnchanged) {
 
 // Loading a second file into the same database must answer with the new file's columns.
 TEST_F(KestaFile, ReloadColumnLookupsFollowTheNewFile) {
-  auto db = load("\"KESTA:Rev 1\"\n\"KESTA\"\n\"1\",\"12\"\n\"text\",\"timecode\"\n\"Tag\",\"Start time\"\n"
-                 "\"1\",\"01:00:00:00\"\n", "a.kst", 100, false);
+  auto db = load(
+      "\"KESTA:Rev 1\"\n\"KESTA\"\n\"1\",\"12\"\n\"text\",\"timecode\"\n\"Tag\",\"Start time\"\n"
+      "\"1\",\"01:00:00:00\"\n",
+      "a.kst", 100, false);
   ASSERT_EQ(db->get_fieldnum("Tag"), 0u);
   testutil::writeFile(dir_.file("b.kst"),
                       "\"KESTA:Rev 1\"\n\"KESTA\"\n\"12\",\"100\",\"1\"\n\"timecode\",\"text\",\"text\"\n"

@@ -91,8 +91,8 @@ TEST(Merge, AddKestaAppendsIndependentCopiesOfVisibleRows) {
 
 TEST(Merge, MergeAllMatchingByName) {
   auto db = makeDb(Fields{{"Name", T::kText}, {"Reel", T::kText}}, {{"m1", "R1"}});
-  auto other =
-      makeDb(Fields{{"Tape", T::kText}, {"NAME", T::kText}, {"Extra", T::kText}}, {{"T1", "  n1", "x"}, {"T2", "n2", "y"}});
+  auto other = makeDb(Fields{{"Tape", T::kText}, {"NAME", T::kText}, {"Extra", T::kText}},
+                      {{"T1", "  n1", "x"}, {"T2", "n2", "y"}});
   EXPECT_EQ(db->merge_all_matching(other.get()), 1);
   EXPECT_EQ(rowsOf(*db), (Rows{{"m1", "R1"}, {"n1", ""}, {"n2", ""}})) << "stored through set_field: blanks trimmed";
   EXPECT_EQ(columnOf(*other, 1), (Strings{"  n1", "n2"}));
@@ -115,10 +115,16 @@ TEST(Merge, MergeAllMatchingByName) {
 
 TEST(Merge, MergeConvertsBetweenTimeCodeForms) {
   // Column names say <target type><source type>, numbered so that they differ ignoring case.
-  const Fields mine = {{"tT_1", T::kTimecode}, {"Tt_2", T::kTimecodeS}, {"tt_3", T::kTimecode},
-                       {"TT_4", T::kTimecodeS}, {"at_5", T::kText}};
-  const Fields theirs = {{"at_5", T::kTimecode}, {"TT_4", T::kTimecodeS}, {"tt_3", T::kTimecode},
-                         {"Tt_2", T::kTimecode}, {"tT_1", T::kTimecodeS}};
+  const Fields mine = {{"tT_1", T::kTimecode},
+                       {"Tt_2", T::kTimecodeS},
+                       {"tt_3", T::kTimecode},
+                       {"TT_4", T::kTimecodeS},
+                       {"at_5", T::kText}};
+  const Fields theirs = {{"at_5", T::kTimecode},
+                         {"TT_4", T::kTimecodeS},
+                         {"tt_3", T::kTimecode},
+                         {"Tt_2", T::kTimecode},
+                         {"tT_1", T::kTimecodeS}};
   struct Case {
     Strings source;  // at_5, TT_4, tt_3, Tt_2, tT_1 (source order)
     Strings merged;  // tT_1, Tt_2, tt_3, TT_4, at_5 (target order)

@@ -134,7 +134,8 @@ int read_line(const std::string& line, std::vector<std::string>& fields) {
 
 std::string rewritten(const std::string& field) {
   bool plain = field.empty() || (!blank(field.front()) && !blank(field.back()));
-  for (std::size_t i = 0; plain && i < field.size(); ++i) plain = std::string("\r\n\"\\").find(field[i]) == std::string::npos;
+  for (std::size_t i = 0; plain && i < field.size(); ++i)
+    plain = std::string("\r\n\"\\").find(field[i]) == std::string::npos;
   if (plain) return field;
   std::vector<std::string> fields;
   read_line("\"" + escaped(field) + "\"", fields);
@@ -158,7 +159,8 @@ Loaded load(const std::string& bytes) {
   split_parameter(line[0], key, value);
   c.params.emplace_back(key, value);
   std::size_t digit = value.find_first_of("0123456789");
-  c.revision = static_cast<int>(std::strtol(value.c_str() + (digit == std::string::npos ? value.size() : digit), nullptr, 10));
+  c.revision =
+      static_cast<int>(std::strtol(value.c_str() + (digit == std::string::npos ? value.size() : digit), nullptr, 10));
   if (c.revision != 1) {
     out.log += "kesta::read_text:  Warning: kesta is revision " + std::to_string(c.revision) + ", current level is 1\n";
   }
@@ -214,7 +216,8 @@ std::string write(const Content& c, const Content& before) {
       if (f < record.size() && record[f].size() > width) width = record[f].size();
     }
     out += (f ? ",\"" : "\"") + std::to_string(width) + "\"";
-    types += (f ? "," : "") + std::string(kesta::fieldTypeToString(static_cast<DBFieldTypes::eType>(c.columns[f].type)).view());
+    types += (f ? "," : "") +
+             std::string(kesta::fieldTypeToString(static_cast<DBFieldTypes::eType>(c.columns[f].type)).view());
     // Names go out unescaped, cut to 254 bytes quotes included.
     names += (f ? "," : "") + ("\"" + std::string(c.columns[f].name.c_str()) + "\"").substr(0, 254);
   }
@@ -239,7 +242,9 @@ std::string printable(const std::string& text) {
   return out + (text.size() > 60 ? "...(" + std::to_string(text.size()) + " bytes)" : "");
 }
 
-std::string show(const std::pair<std::string, std::string>& p) { return printable(p.first) + "=" + printable(p.second); }
+std::string show(const std::pair<std::string, std::string>& p) {
+  return printable(p.first) + "=" + printable(p.second);
+}
 std::string show(const Column& c) { return printable(c.name) + "/" + std::to_string(c.type); }
 std::string show(const std::vector<std::string>& r) {
   std::string joined;

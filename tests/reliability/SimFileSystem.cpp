@@ -101,7 +101,8 @@ SimFileSystem SimFileSystem::afterPowerLoss(Unflushed unflushed) const {
       std::string data = unflushed == Unflushed::kKept ? inode.data : inode.flushed;
       if (unflushed == Unflushed::kHalfWritten) {
         std::size_t same = 0;
-        while (same < inode.data.size() && same < inode.flushed.size() && inode.data[same] == inode.flushed[same]) ++same;
+        while (same < inode.data.size() && same < inode.flushed.size() && inode.data[same] == inode.flushed[same])
+          ++same;
         data = inode.data.substr(0, same + (inode.data.size() - same) / 2);
       }
       survivors[number] = Inode{data, data};

@@ -27,10 +27,15 @@ int kKeys[] = {3, 0, -1};
 // parameters, and the tag column.
 std::string line_format_file(bool header) {
   std::string text = "\"KESTA:Rev 1\"\n\"Production:Night Harbour\"\n\"no colon here\"\n\"Production:second unit\"\r\n";
-  if (header) text += "\"KESTA\"\n\"36\",\"20\",\"12\",\"40\",\"2\"\n\"text\",\"text\",\"timecode\",\"text\",\"text\"\n";
+  if (header)
+    text += "\"KESTA\"\n\"36\",\"20\",\"12\",\"40\",\"2\"\n\"text\",\"text\",\"timecode\",\"text\",\"text\"\n";
   text += "\"Cookie\",\"Name\",\"Start time\",\"Notes\",\"Tag\"\n";
-  const std::string notes[] = {"\"actor said \"\"harbour\"\" twice\"", "\"first line\\nsecond line\"",
-                               "\"C:\\\\takes\\\\\"", "  \"  padded  \"  ", "\"\"", "plain"};
+  const std::string notes[] = {"\"actor said \"\"harbour\"\" twice\"",
+                               "\"first line\\nsecond line\"",
+                               "\"C:\\\\takes\\\\\"",
+                               "  \"  padded  \"  ",
+                               "\"\"",
+                               "plain"};
   for (int r = 0; r < kRows; ++r) {
     const std::string n = std::to_string(r);
     text += "\"" + std::to_string(1000 + (r * 37) % kRows) + "-cookie\",\"Sc " + std::to_string(r % 9) + " Tk " + n +
@@ -46,7 +51,8 @@ struct Files {
     testutil::writeFile(dir.file("day.kst"), line_format_file(true));
     testutil::writeFile(dir.file("plain.kst"), line_format_file(false));
     std::string csv = "Name,Scene,Notes\n";
-    for (int r = 0; r < kRows; ++r) csv += "Tk " + std::to_string(r) + "," + std::to_string(r % 9) + ",\"print, circle\"\n";
+    for (int r = 0; r < kRows; ++r)
+      csv += "Tk " + std::to_string(r) + "," + std::to_string(r % 9) + ",\"print, circle\"\n";
     testutil::writeFile(dir.file("day.csv"), csv);
   }
 };
@@ -72,7 +78,9 @@ World tagged() {
 
 // Other columns and rows, which a failed load must leave as they are.
 World small_database() {
-  World w{Zr::Ptr<kesta>(new kesta(std::vector<DBFieldDesc>{{"Reel", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}})), {}};
+  World w{
+      Zr::Ptr<kesta>(new kesta(std::vector<DBFieldDesc>{{"Reel", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}})),
+      {}};
   w.db->add_param("Editor", "J. Marlow");
   w.db->add_records(3);
   for (unsigned r = 0; r < 3; ++r) w.db->set_field(r, 0, ("A00" + std::to_string(r)).c_str());
@@ -204,7 +212,8 @@ TEST(AllocFailure, SortingTaggingAndSaving) {
 
 TEST(AllocFailure, BuildingChainingAndDeletingThroughViews) {
   run_all({
-      {"display all", loaded, [](World& w) { w.views.emplace_back(new KSTViewRep(w.db.get()))->displayAllRecords(); }, false},
+      {"display all", loaded, [](World& w) { w.views.emplace_back(new KSTViewRep(w.db.get()))->displayAllRecords(); },
+       false},
       {"display ranges and matches", loaded,
        [](World& w) {
          KSTViewRep& v = *w.views.emplace_back(new KSTViewRep(w.db.get(), "Name,Notes"));
@@ -212,7 +221,9 @@ TEST(AllocFailure, BuildingChainingAndDeletingThroughViews) {
        },
        false},
       {"chain", chained,
-       [](World& w) { w.views.emplace_back(w.views[2]->newTagSubview()), w.views.emplace_back(w.views[1]->copyWithNewBaseView()); },
+       [](World& w) {
+         w.views.emplace_back(w.views[2]->newTagSubview()), w.views.emplace_back(w.views[1]->copyWithNewBaseView());
+       },
        false},
       {"sort and tag a view", chained,
        [](World& w) { w.db->set_sortfield(2), w.views[0]->sortIndex(), w.views[0]->tagDuplicates(4); }, false},

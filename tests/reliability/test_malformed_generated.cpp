@@ -73,7 +73,8 @@ class Generated : public testing::Test {
         if (sample[offset] == kBad[k]) continue;
         std::string bytes = sample;
         bytes[offset] = kBad[k];
-        const std::string label = "byte " + std::to_string(static_cast<unsigned char>(kBad[k])) + " at " + std::to_string(offset);
+        const std::string label =
+            "byte " + std::to_string(static_cast<unsigned char>(kBad[k])) + " at " + std::to_string(offset);
         if (!check(bytes, label, false)) return;
       }
     }

@@ -55,7 +55,9 @@ std::string crlf(const std::string& text) {
 std::string names3(const std::string& names) {
   return kRev + kMode + "\"KESTA\"\n\"8\",\"8\",\"8\"\n\"text\",\"text\",\"text\"\n" + names + "\n";
 }
-std::string types3(const std::string& types) { return kRev + kMode + "\"KESTA\"\n\"8\"\n" + types + "\n\"a\",\"b\",\"c\"\n"; }
+std::string types3(const std::string& types) {
+  return kRev + kMode + "\"KESTA\"\n\"8\"\n" + types + "\n\"a\",\"b\",\"c\"\n";
+}
 
 // A line of `n` quoted fields, the i-th named by `name(i)`.
 std::string line_of(std::size_t n, const std::function<std::string(std::size_t)>& name) {
@@ -108,9 +110,14 @@ std::vector<Case> blank_and_first_line_cases() {
       {"a blank line between records", H + R1 + "\n" + R2, {1, 2, 3, 1}},
       {"ten megabytes of spaces as a record line", H + R1 + std::string(10u << 20, ' ') + "\n" + R2, {1, 2, 3, 1}},
       {"revision line only", kRev, {1, 1, 0, 0}},
-      {"lower-case revision key", "\"kesta:rev 1\"\n" + rest, {1, 2, 3, 1}, [](D db) { EXPECT_EQ(key(db, 0), "kesta"); }},
+      {"lower-case revision key",
+       "\"kesta:rev 1\"\n" + rest,
+       {1, 2, 3, 1},
+       [](D db) { EXPECT_EQ(key(db, 0), "kesta"); }},
       {"revision 2", "\"KESTA:Rev 2\"\n" + rest, {1, 2, 3, 1, warning(2), true, 2}},
-      {"empty revision value", "\"KESTA:\"\n" + rest, {1, 2, 3, 1, warning(0), true, 0},
+      {"empty revision value",
+       "\"KESTA:\"\n" + rest,
+       {1, 2, 3, 1, warning(0), true, 0},
        [](D db) { EXPECT_EQ(value(db, 0), ""); }},
       {"revision with a minus sign", "\"KESTA:Rev -3\"\n" + rest, {1, 2, 3, 1, warning(3), true, 3}},
       // strtol saturates; the long is then taken as an int.
@@ -118,7 +125,9 @@ std::vector<Case> blank_and_first_line_cases() {
       {"space before the revision colon", "\"KESTA :Rev 1\"\n" + rest, {0, 0, 0, 0}},
       {"UTF-8 byte-order mark", "\xEF\xBB\xBF" + H + R1, {0, 0, 0, 0}},
       {"file saved without parameters", "\"KESTA\"\n\"8\"\n\"text\"\n\"Name\"\n\"a\"\n", {0, 0, 0, 0}},
-      {"NUL inside the revision", "\"KESTA:Rev\0 1\"\n"s + rest, {1, 2, 3, 1, warning(0), true, 0},
+      {"NUL inside the revision",
+       "\"KESTA:Rev\0 1\"\n"s + rest,
+       {1, 2, 3, 1, warning(0), true, 0},
        [](D db) { EXPECT_EQ(value(db, 0), "Rev"); }},
   };
 }
@@ -128,14 +137,22 @@ std::vector<Case> parameter_and_header_cases() {
   return {
       {"parameter line without a colon", kRev + "\"Mode\"\n" + rest, {1, 1, 3, 1}},
       {"parameter line with the colon first", kRev + "\":x\"\n" + rest, {1, 1, 3, 1}},
-      {"parameter with blanks around key and value", kRev + "\"  Mode :   x  \"\n" + rest, {1, 2, 3, 1},
+      {"parameter with blanks around key and value",
+       kRev + "\"  Mode :   x  \"\n" + rest,
+       {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(key(db, 1) + "=" + value(db, 1), "Mode =x"); }},
       {"duplicate parameters and a blank line", kRev + kMode + "\n" + kMode + rest, {1, 3, 3, 1}},
-      {"parameter line with several fields", kRev + "\"A:1\",\"B:2\"\n" + rest, {1, 2, 3, 1},
+      {"parameter line with several fields",
+       kRev + "\"A:1\",\"B:2\"\n" + rest,
+       {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(key(db, 1) + "=" + value(db, 1), "A=1"); }},
-      {"parameter value with escapes", kRev + "\"Note:a\\nb \"\"hi\"\", c\"\n" + rest, {1, 2, 3, 1},
+      {"parameter value with escapes",
+       kRev + "\"Note:a\\nb \"\"hi\"\", c\"\n" + rest,
+       {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(value(db, 1), "a\nb \"hi\", c"); }},
-      {"parameter value with a NUL", kRev + "\"Note:ab\0cd\"\n"s + rest, {1, 2, 3, 1},
+      {"parameter value with a NUL",
+       kRev + "\"Note:ab\0cd\"\n"s + rest,
+       {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(value(db, 1), "ab"); }},
       {"100,000 parameter lines", kRev + times("\"Take:x\"\n", 100000) + rest, {1, 100001, 3, 1}},
       {"parameters and no header", kRev + "\"A:1\"\n\"junk\"\n\"B:2\"\n", {1, 3, 0, 0}},
@@ -143,31 +160,58 @@ std::vector<Case> parameter_and_header_cases() {
       {"marker and widths only", kRev + "\"KESTA\"\n\"8\"\n", {1, 1, 0, 0}},
       {"more types than names", types3("\"text\",\"text\",\"text\",\"text\"") + R1, {0, 2, 0, 0}},
       {"more names than types", types3("\"text\",\"text\"") + R1, {0, 2, 0, 0}},
-      {"no widths line", kRev + kMode + "\"KESTA\"\n\"text\",\"timecode\",\"text\"\n\"Name\",\"Start time\",\"Tag\"\n" + R1 + R2,
-       {1, 2, 3, 1}, [](D db) { EXPECT_EQ(column(db, 0) + "|" + column(db, 1) + "|" + column(db, 2), "Shot 1|01:00:00:00|0"); }},
-      {"marker twice", kRev + kMode + "\"KESTA\"\n" + kHeader3 + R1, {1, 2, 3, 2},
-       [](D db) { EXPECT_EQ(column(db, 1) + "/" + std::to_string(type(db, 2)) + "/" + field(db, 0, 1), "timecode/49/Start time"); }},
-      {"unknown and empty type tokens", types3("\"bogus\",\"x\",\"\"") + R1, {1, 2, 3, 1},
-       [](D db) { EXPECT_EQ(std::vector<int>({type(db, 0), type(db, 1), type(db, 2)}), (std::vector<int>{0, 'x', 0})); }},
-      {"type tokens char, numeric and DATE", types3("\"char\",\"numeric\",\"DATE\"") + R1, {1, 2, 3, 1},
+      {"no widths line",
+       kRev + kMode + "\"KESTA\"\n\"text\",\"timecode\",\"text\"\n\"Name\",\"Start time\",\"Tag\"\n" + R1 + R2,
+       {1, 2, 3, 1},
+       [](D db) { EXPECT_EQ(column(db, 0) + "|" + column(db, 1) + "|" + column(db, 2), "Shot 1|01:00:00:00|0"); }},
+      {"marker twice",
+       kRev + kMode + "\"KESTA\"\n" + kHeader3 + R1,
+       {1, 2, 3, 2},
+       [](D db) {
+         EXPECT_EQ(column(db, 1) + "/" + std::to_string(type(db, 2)) + "/" + field(db, 0, 1), "timecode/49/Start time");
+       }},
+      {"unknown and empty type tokens",
+       types3("\"bogus\",\"x\",\"\"") + R1,
+       {1, 2, 3, 1},
+       [](D db) {
+         EXPECT_EQ(std::vector<int>({type(db, 0), type(db, 1), type(db, 2)}), (std::vector<int>{0, 'x', 0}));
+       }},
+      {"type tokens char, numeric and DATE",
+       types3("\"char\",\"numeric\",\"DATE\"") + R1,
+       {1, 2, 3, 1},
        [](D db) {
          EXPECT_EQ(std::vector<int>({type(db, 0), type(db, 1), type(db, 2)}),
                    (std::vector<int>{DBFieldTypes::kChar, DBFieldTypes::kNumeric, DBFieldTypes::kDate}));
        }},
-      {"duplicate column names", names3("\"a\",\"A\",\"a\"") + R1, {1, 2, 3, 1}, [](D db) { EXPECT_EQ(db.get_fieldnum("a"), 0u); }},
+      {"duplicate column names",
+       names3("\"a\",\"A\",\"a\"") + R1,
+       {1, 2, 3, 1},
+       [](D db) { EXPECT_EQ(db.get_fieldnum("a"), 0u); }},
       // Names are written unescaped and cut at 254 bytes: these do not come back from a save.
-      {"a 300-byte column name", names3("\"" + std::string(300, 'n') + "\",\"b\",\"c\"") + R1, {1, 2, 3, 1, "", false},
+      {"a 300-byte column name",
+       names3("\"" + std::string(300, 'n') + "\",\"b\",\"c\"") + R1,
+       {1, 2, 3, 1, "", false},
        [](D db) { EXPECT_EQ(column(db, 0).size(), 300u); }},
-      {"a column name with doubled quotes", names3("\"Say \"\"x\"\"\",\"b\",\"c\"") + R1, {1, 2, 3, 1, "", false},
+      {"a column name with doubled quotes",
+       names3("\"Say \"\"x\"\"\",\"b\",\"c\"") + R1,
+       {1, 2, 3, 1, "", false},
        [](D db) { EXPECT_EQ(column(db, 0), "Say \"x\""); }},
-      {"a column name with an escaped line feed", names3("\"Na\\nme\",\"b\",\"c\"") + R1, {1, 2, 3, 1, "", false},
+      {"a column name with an escaped line feed",
+       names3("\"Na\\nme\",\"b\",\"c\"") + R1,
+       {1, 2, 3, 1, "", false},
        [](D db) { EXPECT_EQ(column(db, 0), "Na\nme"); }},
       // Lines give at most 65,535 fields: the rest is dropped.
-      {"100,000 columns", wide_file(100000, 100000, 100000), {1, 1, 65535, 1},
-       [](D db) { EXPECT_EQ(std::string(db.get_fieldname(65534)) + "/" + std::to_string(fields_of(db, 0).size()), "c65534/65535"); }},
+      {"100,000 columns",
+       wide_file(100000, 100000, 100000),
+       {1, 1, 65535, 1},
+       [](D db) {
+         EXPECT_EQ(std::string(db.get_fieldname(65534)) + "/" + std::to_string(fields_of(db, 0).size()),
+                   "c65534/65535");
+       }},
       {"a record line of 65,537 fields in a full-width file", wide_file(65535, 65535, 65537), {1, 1, 65535, 1}},
       {"a record line of 65,539 fields in a three-column file",
-       H + R1 + line_of(65539, [](std::size_t) { return "v"; }) + R2, {1, 2, 3, 1, kNotFilled}},
+       H + R1 + line_of(65539, [](std::size_t) { return "v"; }) + R2,
+       {1, 2, 3, 1, kNotFilled}},
       {"types line of 70,000 fields and names line of 65,535", wide_file(70000, 65535, 0), {1, 1, 65535, 0}},
       {"a 10 MB column name", names3("\"" + kTenMegabytes + "\",\"b\",\"c\"") + R1, {0, 2, 0, 0}},
   };
@@ -179,44 +223,86 @@ std::vector<Case> record_cases() {
       {"one field too few", H + R1 + "\"a\",\"b\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
       {"trailing comma", H + R1 + R3 + ",\n" + R2, {1, 2, 3, 3}},
       {"trailing comma on a short line", H + R1 + "\"Shot 3\",\"01:00:20:00\",\n" + R2, {1, 2, 3, 1, kNotFilled}},
-      {"empty fields", H + ",\"01:00:20:00\",\"0\"\n\"Shot 3\",,\"0\"\n,,,\n", {1, 2, 3, 3},
-       [](D db) { EXPECT_EQ(contentOf(db).records, (Records{{"", "01:00:20:00", "0"}, {"Shot 3", "", "0"}, {"", "", ""}})); }},
-      {"unquoted fields", H + "Shot 3,01:00:20:00,0\n", {1, 2, 3, 1},
-       [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"Shot 3", "01:00:20:00", "0"})); }},
-      {"blanks around quoted fields", H + "  \"Shot 3\"  ,  \"01:00:20:00\" , \"0\"  \n", {1, 2, 3, 1},
-       [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"Shot 3", "01:00:20:00", "0"})); }},
-      {"blanks inside the quotes", H + "\"Shot 3 \",\"01:00:20:00\",\"0\"\n\" Shot 4\",\"01:00:20:00\",\"0\"\n", {1, 2, 3, 2},
+      {"empty fields",
+       H + ",\"01:00:20:00\",\"0\"\n\"Shot 3\",,\"0\"\n,,,\n",
+       {1, 2, 3, 3},
+       [](D db) {
+         EXPECT_EQ(contentOf(db).records, (Records{{"", "01:00:20:00", "0"}, {"Shot 3", "", "0"}, {"", "", ""}}));
+       }},
+      {"unquoted fields",
+       H + "Shot 3,01:00:20:00,0\n",
+       {1, 2, 3, 1},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{"Shot 3", "01:00:20:00", "0"}));
+       }},
+      {"blanks around quoted fields",
+       H + "  \"Shot 3\"  ,  \"01:00:20:00\" , \"0\"  \n",
+       {1, 2, 3, 1},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{"Shot 3", "01:00:20:00", "0"}));
+       }},
+      {"blanks inside the quotes",
+       H + "\"Shot 3 \",\"01:00:20:00\",\"0\"\n\" Shot 4\",\"01:00:20:00\",\"0\"\n",
+       {1, 2, 3, 2},
        [](D db) { EXPECT_EQ(field(db, 0, 0) + "|" + field(db, 1, 0), "Shot 3|Shot 4"); }},
-      {"NUL inside a field", H + "\"Sh\0ot 3\",\"01:00:20:00\",\"0\"\n"s, {1, 2, 3, 1},
+      {"NUL inside a field",
+       H + "\"Sh\0ot 3\",\"01:00:20:00\",\"0\"\n"s,
+       {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(field(db, 0, 0), "Sh\0ot 3"s); }},
       {"CRLF line ends", crlf(H + R1 + R2), {1, 2, 3, 2}},
-      {"unterminated quote in a middle field", H + R1 + "\"Shot 3\",\"01:00:20:00,\"0\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
-      {"doubled quotes", H + "\"say \"\"hi\"\"\",\"\"\"\",\"0\"\n", {1, 2, 3, 1},
-       [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"say \"hi\"", "\"", "0"})); }},
-      {"escapes", H + "\"line1\\nline2\",\"a\\\\b\",\"c\\\n", {1, 2, 3, 1},
-       [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"line1\nline2", "a\\\\b", "c\\"})); }},
+      {"unterminated quote in a middle field",
+       H + R1 + "\"Shot 3\",\"01:00:20:00,\"0\"\n" + R2,
+       {1, 2, 3, 1, kNotFilled}},
+      {"doubled quotes",
+       H + "\"say \"\"hi\"\"\",\"\"\"\",\"0\"\n",
+       {1, 2, 3, 1},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{"say \"hi\"", "\"", "0"}));
+       }},
+      {"escapes",
+       H + "\"line1\\nline2\",\"a\\\\b\",\"c\\\n",
+       {1, 2, 3, 1},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{"line1\nline2", "a\\\\b", "c\\"}));
+       }},
       // The backslash is kept, the two quotes after it make one, and the comma stays inside.
       {"backslash before a quote", H + R1 + "\"a\\\"\",\"b\",\"c\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
-      {"a field of 4,094 bytes", H + "\"" + std::string(4094, 'x') + "\",\"x\",\"0\"\n", {1, 2, 3, 1},
+      {"a field of 4,094 bytes",
+       H + "\"" + std::string(4094, 'x') + "\",\"x\",\"0\"\n",
+       {1, 2, 3, 1},
        [](D db) { EXPECT_EQ(field(db, 0, 0).size(), 4094u); }},
       // A field stops when 4,095 bytes are stored and the byte there is skipped: here the
       // closing quote, so the comma after it ends an extra empty field. Written back quoted, an
       // unquoted field of that length does the same.
-      {"a quoted field of 4,095 bytes", H + R1 + "\"" + std::string(4095, 'x') + "\",\"x\",\"0\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
-      {"an unquoted field of 4,095 bytes", H + std::string(4095, 'x') + ",\"x\",\"0\"\n", {1, 2, 3, 1, "", false},
+      {"a quoted field of 4,095 bytes",
+       H + R1 + "\"" + std::string(4095, 'x') + "\",\"x\",\"0\"\n" + R2,
+       {1, 2, 3, 1, kNotFilled}},
+      {"an unquoted field of 4,095 bytes",
+       H + std::string(4095, 'x') + ",\"x\",\"0\"\n",
+       {1, 2, 3, 1, "", false},
        [](D db) { EXPECT_EQ(field(db, 0, 0).size(), 4095u); }},
       // Cut at 4,095 bytes; the byte at the cut is skipped, so the closing quote opens a field.
-      {"a field of 4,096 bytes", H + "\"" + std::string(4096, 'x') + "\",\"01:00:20:00\",\"0\"\n", {1, 2, 3, 1, "", false},
-       [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{std::string(4095, 'x'), ",01:00:20:00", "0"})); }},
+      {"a field of 4,096 bytes",
+       H + "\"" + std::string(4096, 'x') + "\",\"01:00:20:00\",\"0\"\n",
+       {1, 2, 3, 1, "", false},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{std::string(4095, 'x'), ",01:00:20:00", "0"}));
+       }},
       {"a 10 MB field", H + R1 + "\"" + kTenMegabytes + "\",\"01:00:20:00\",\"0\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
       {"a million commas", H + R1 + std::string(1000000, ',') + "\n" + R2, {1, 2, 3, 1, kNotFilled}},
       {"10 MB without a line feed", H + R1 + kTenMegabytes, {1, 2, 3, 1, kNotFilled}},
       {"last record without a line feed", H + R1 + R2.substr(0, R2.size() - 1), {1, 2, 3, 2}},
       // A record whose first field is the marker takes the third line after it, whatever its
       // length; written back, that record no longer fits the columns.
-      {"a record that reads as the marker", H + "\"KESTA\",\"x\",\"y\"\n\"1\",\"2\",\"3\"\n\"text\",\"text\",\"text\"\n\"n1\",\"n2\"\n" + R1,
-       {1, 2, 3, 2, "", false}, [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"n1", "n2"})); }},
-      {"one-column file with a repeated header", kOneColumn + "\"a\"\n\"KESTA\"\n\"8\"\n\"text\"\n\"Name\"\n\"b\"\n", {1, 1, 1, 3},
+      {"a record that reads as the marker",
+       H + "\"KESTA\",\"x\",\"y\"\n\"1\",\"2\",\"3\"\n\"text\",\"text\",\"text\"\n\"n1\",\"n2\"\n" + R1,
+       {1, 2, 3, 2, "", false},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{"n1", "n2"}));
+       }},
+      {"one-column file with a repeated header",
+       kOneColumn + "\"a\"\n\"KESTA\"\n\"8\"\n\"text\"\n\"Name\"\n\"b\"\n",
+       {1, 1, 1, 3},
        [](D db) { EXPECT_EQ(field(db, 0, 0) + field(db, 1, 0) + field(db, 2, 0), "aNameb"); }},
       {"one-column file ending in a repeated header", kOneColumn + "\"a\"\n\"KESTA\"\n\"8\"\n", {1, 1, 1, 1, kNoMore}},
       {"100,000 records", H + times(R1, 100000), {1, 2, 3, 100000}},
@@ -227,19 +313,39 @@ std::vector<Case> record_cases() {
 std::vector<Case> csv_and_naming_cases() {
   std::vector<Case> cases = {
       {"empty", "", {1, 0, 0, 0, "", false}},
-      {"short and long lines, a blank line, CRLF", "a,b,c\r\n1,2\r\n\n1,2,3,4\n", {1, 0, 3, 2, "", false},
+      {"short and long lines, a blank line, CRLF",
+       "a,b,c\r\n1,2\r\n\n1,2,3,4\n",
+       {1, 0, 3, 2, "", false},
        [](D db) {
          EXPECT_EQ(type(db, 2), DBFieldTypes::kTextS);
          EXPECT_EQ(contentOf(db).records, (Records{{"1", "2", ""}, {"1", "2", "3"}}));
        }},
-      {"quoted commas and an escaped quote", "a,b\n\"x,y\",z\n\"x\\\",y\",z\n", {1, 0, 2, 2, "", false},
-       [](D db) { EXPECT_EQ(contentOf(db).records, (Records{{"\"x,y\"", "z"}, {"\"x\\\",y\"", "z"}})); }},
-      {"byte-order mark and blanks", "\xEF\xBB\xBF" "a, b\n  1,  2\n", {1, 0, 2, 1, "", false},
-       [](D db) { EXPECT_EQ(column(db, 0) + "|" + column(db, 1) + "|" + field(db, 0, 0) + field(db, 0, 1), "\xEF\xBB\xBF" "a| b|12"); }},
+      {"quoted commas and an escaped quote",
+       "a,b\n\"x,y\",z\n\"x\\\",y\",z\n",
+       {1, 0, 2, 2, "", false},
+       [](D db) {
+         EXPECT_EQ(contentOf(db).records, (Records{{"\"x,y\"", "z"}, {"\"x\\\",y\"", "z"}}));
+       }},
+      {"byte-order mark and blanks",
+       "\xEF\xBB\xBF"
+       "a, b\n  1,  2\n",
+       {1, 0, 2, 1, "", false},
+       [](D db) {
+         EXPECT_EQ(column(db, 0) + "|" + column(db, 1) + "|" + field(db, 0, 0) + field(db, 0, 1),
+                   "\xEF\xBB\xBF"
+                   "a| b|12");
+       }},
       {"NUL", "a,b\n1\0x,2\n"s, {1, 0, 2, 1, "", false}, [](D db) { EXPECT_EQ(field(db, 0, 0), "1"); }},
-      {"a line of commas", "a,b\n,,,\n", {1, 0, 2, 1, "", false}, [](D db) { EXPECT_EQ(fields_of(db, 0), (Fields{"", ""})); }},
-      {"100,000 columns", line_of(100000, [](std::size_t i) { return std::to_string(i); }) + std::string(99999, ',') + "\n",
-       {1, 0, 65535, 1, "", false}, [](D db) { EXPECT_EQ(db.get_record(0)->get_num_fields(), 65535); }},
+      {"a line of commas",
+       "a,b\n,,,\n",
+       {1, 0, 2, 1, "", false},
+       [](D db) {
+         EXPECT_EQ(fields_of(db, 0), (Fields{"", ""}));
+       }},
+      {"100,000 columns",
+       line_of(100000, [](std::size_t i) { return std::to_string(i); }) + std::string(99999, ',') + "\n",
+       {1, 0, 65535, 1, "", false},
+       [](D db) { EXPECT_EQ(db.get_record(0)->get_num_fields(), 65535); }},
   };
   for (Case& c : cases) c.name = "comma-separated: " + c.name, c.file = "/case.csv";
   cases.push_back({"upper-case .CSV is not comma-separated", "a,b\n1,2\n", {0, 0, 0, 0}, nullptr, "/case.CSV"});

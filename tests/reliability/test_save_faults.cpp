@@ -51,7 +51,7 @@ Zr::Ptr<kesta> make_log(int rows, bool old_version = false, bool clean = false) 
 
 struct Scenario {
   const char* name;
-  bool overwrite;        // an older file is there
+  bool overwrite;  // an older file is there
   int rows;
   std::size_t transfer;  // short transfers (0: whole)
   bool without_header;   // save_text_without_header
@@ -154,7 +154,8 @@ TEST(SaveFaults, EveryCallFailingWithEveryErrorKeepsTheOldFileAndTheDatabaseAsTh
           answer = save(*db, s);
         }
         EXPECT_EQ(disk.openDescriptors(), 0) << label;
-        EXPECT_EQ(disk.namesIn(kFolder), s.overwrite || answer || after_rename ? kOnlyTarget : std::vector<std::string>{})
+        EXPECT_EQ(disk.namesIn(kFolder),
+                  s.overwrite || answer || after_rename ? kOnlyTarget : std::vector<std::string>{})
             << label;
         if (error == EINTR) {
           // An interrupted call is tried again: the save goes through.
@@ -197,7 +198,8 @@ TEST(SaveFaults, PowerLossBeforeEveryCallLeavesTheOldFileOrTheNewOne) {
         }
         // A save cut short may leave its temporary file; it never takes another name.
         for (const std::string& name : after.namesIn(kFolder)) {
-          const bool temporary = !finished && name.starts_with("day.kst.") && name.ends_with(".tmp") && name.size() > 12;
+          const bool temporary =
+              !finished && name.starts_with("day.kst.") && name.ends_with(".tmp") && name.size() > 12;
           EXPECT_TRUE(name == "day.kst" || temporary) << label << ": " << name;
         }
       }

@@ -195,8 +195,14 @@ TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
 // A record is tagged when its Tag text reads as a non-zero number, as strtol reads it.
 TEST_F(KstCommands, TagTextsThatReadAsNonZeroNumbersTagTheirRecords) {
   const std::string file = put("tags.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"},
-                                                   {{"n1", "007"}, {"n2", "00"}, {"n3", "-1"}, {"n4", "0x1"},
-                                                    {"n5", "\t2"}, {"n6", "+0"}, {"n7", "12 takes"}, {"n8", ""}}));
+                                                   {{"n1", "007"},
+                                                    {"n2", "00"},
+                                                    {"n3", "-1"},
+                                                    {"n4", "0x1"},
+                                                    {"n5", "\t2"},
+                                                    {"n6", "+0"},
+                                                    {"n7", "12 takes"},
+                                                    {"n8", ""}}));
   Result r = kst({"show", file, "--tagged", "--columns", "Name", "--format", "csv"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "Name\r\nn1\r\nn3\r\nn5\r\nn7\r\n");
@@ -238,7 +244,8 @@ TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
 
 TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
   std::string into = clips();
-  put("more.kst", logText({"KESTA:Rev 1"}, kTypes, kNames, {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
+  put("more.kst",
+      logText({"KESTA:Rev 1"}, kTypes, kNames, {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
   Result same = kst({"merge", into, path("more.kst"), "-o", path("m.kst")}, {"m.kst"});
   EXPECT_EQ(same.status, 0) << same.err;
   EXPECT_EQ(same.err, "kst: appended 1 record from " + path("more.kst") + "\n");

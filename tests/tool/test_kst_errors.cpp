@@ -130,10 +130,10 @@ TEST_F(KstErrors, UsageErrorsExitWithTwo) {
 TEST_F(KstErrors, UnknownColumnsListTheLogsColumns) {
   std::string file = good();
   const std::string message = "kst: unknown column \"Scene\" in " + file + "; its columns are: Name, Reel\n";
-  for (const Strings& args : {Strings{"show", file, "--columns", "Name,Scene"},
-                              Strings{"sort", file, "--by", "Scene", "-o", path("x.kst")}, Strings{"find", file, "Scene=1"},
-                              Strings{"distinct", file, "--field", "Scene"},
-                              Strings{"columns", file, "--hide", "Scene", "--in-place"}}) {
+  for (const Strings& args :
+       {Strings{"show", file, "--columns", "Name,Scene"}, Strings{"sort", file, "--by", "Scene", "-o", path("x.kst")},
+        Strings{"find", file, "Scene=1"}, Strings{"distinct", file, "--field", "Scene"},
+        Strings{"columns", file, "--hide", "Scene", "--in-place"}}) {
     Result r = kst(args);
     EXPECT_EQ(r.status, 1) << args[0];
     EXPECT_EQ(r.err, message) << args[0];
