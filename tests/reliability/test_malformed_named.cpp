@@ -76,6 +76,10 @@ using Fields = std::vector<std::string>;
 using Records = std::vector<Fields>;
 Fields fields_of(kesta& db, unsigned row) { return reliability::contentOf(db).records.at(row); }
 std::string field(kesta& db, unsigned row, unsigned column) { return fields_of(db, row).at(column); }
+// The check that the first record holds exactly `expected`.
+std::function<void(kesta&)> first_record_is(Fields expected) {
+  return [expected](kesta& db) { EXPECT_EQ(fields_of(db, 0), expected); };
+}
 std::string key(kesta& db, unsigned i) { return std::string(db.params()[i].name().view()); }
 std::string value(kesta& db, unsigned i) { return std::string(db.params()[i].value().view()); }
 std::string column(kesta& db, unsigned i) { return std::string(db.fields()[i].name.view()); }
@@ -229,18 +233,11 @@ std::vector<Case> record_cases() {
        [](D db) {
          EXPECT_EQ(contentOf(db).records, (Records{{"", "01:00:20:00", "0"}, {"Shot 3", "", "0"}, {"", "", ""}}));
        }},
-      {"unquoted fields",
-       H + "Shot 3,01:00:20:00,0\n",
-       {1, 2, 3, 1},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{"Shot 3", "01:00:20:00", "0"}));
-       }},
+      {"unquoted fields", H + "Shot 3,01:00:20:00,0\n", {1, 2, 3, 1}, first_record_is({"Shot 3", "01:00:20:00", "0"})},
       {"blanks around quoted fields",
        H + "  \"Shot 3\"  ,  \"01:00:20:00\" , \"0\"  \n",
        {1, 2, 3, 1},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{"Shot 3", "01:00:20:00", "0"}));
-       }},
+       first_record_is({"Shot 3", "01:00:20:00", "0"})},
       {"blanks inside the quotes",
        H + "\"Shot 3 \",\"01:00:20:00\",\"0\"\n\" Shot 4\",\"01:00:20:00\",\"0\"\n",
        {1, 2, 3, 2},
@@ -256,15 +253,11 @@ std::vector<Case> record_cases() {
       {"doubled quotes",
        H + "\"say \"\"hi\"\"\",\"\"\"\",\"0\"\n",
        {1, 2, 3, 1},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{"say \"hi\"", "\"", "0"}));
-       }},
+       first_record_is({"say \"hi\"", "\"", "0"})},
       {"escapes",
        H + "\"line1\\nline2\",\"a\\\\b\",\"c\\\n",
        {1, 2, 3, 1},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{"line1\nline2", "a\\\\b", "c\\"}));
-       }},
+       first_record_is({"line1\nline2", "a\\\\b", "c\\"})},
       // The backslash is kept, the two quotes after it make one, and the comma stays inside.
       {"backslash before a quote", H + R1 + "\"a\\\"\",\"b\",\"c\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
       {"a field of 4,094 bytes",
@@ -285,9 +278,7 @@ std::vector<Case> record_cases() {
       {"a field of 4,096 bytes",
        H + "\"" + std::string(4096, 'x') + "\",\"01:00:20:00\",\"0\"\n",
        {1, 2, 3, 1, "", false},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{std::string(4095, 'x'), ",01:00:20:00", "0"}));
-       }},
+       first_record_is({std::string(4095, 'x'), ",01:00:20:00", "0"})},
       {"a 10 MB field", H + R1 + "\"" + kTenMegabytes + "\",\"01:00:20:00\",\"0\"\n" + R2, {1, 2, 3, 1, kNotFilled}},
       {"a million commas", H + R1 + std::string(1000000, ',') + "\n" + R2, {1, 2, 3, 1, kNotFilled}},
       {"10 MB without a line feed", H + R1 + kTenMegabytes, {1, 2, 3, 1, kNotFilled}},
@@ -297,9 +288,7 @@ std::vector<Case> record_cases() {
       {"a record that reads as the marker",
        H + "\"KESTA\",\"x\",\"y\"\n\"1\",\"2\",\"3\"\n\"text\",\"text\",\"text\"\n\"n1\",\"n2\"\n" + R1,
        {1, 2, 3, 2, "", false},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{"n1", "n2"}));
-       }},
+       first_record_is({"n1", "n2"})},
       {"one-column file with a repeated header",
        kOneColumn + "\"a\"\n\"KESTA\"\n\"8\"\n\"text\"\n\"Name\"\n\"b\"\n",
        {1, 1, 1, 3},
@@ -336,12 +325,7 @@ std::vector<Case> csv_and_naming_cases() {
                    "a| b|12");
        }},
       {"NUL", "a,b\n1\0x,2\n"s, {1, 0, 2, 1, "", false}, [](D db) { EXPECT_EQ(field(db, 0, 0), "1"); }},
-      {"a line of commas",
-       "a,b\n,,,\n",
-       {1, 0, 2, 1, "", false},
-       [](D db) {
-         EXPECT_EQ(fields_of(db, 0), (Fields{"", ""}));
-       }},
+      {"a line of commas", "a,b\n,,,\n", {1, 0, 2, 1, "", false}, first_record_is({"", ""})},
       {"100,000 columns",
        line_of(100000, [](std::size_t i) { return std::to_string(i); }) + std::string(99999, ',') + "\n",
        {1, 0, 65535, 1, "", false},
