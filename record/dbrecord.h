@@ -130,7 +130,7 @@ class KESTA_API dbrecord : public iObject {
  private:
   // The line of a record that has not been taken apart; see above.
   struct PlainLine {
-    std::shared_ptr<const TextFile::Bytes> text;  // keeps `at` alive
+    std::shared_ptr<const void> text;  // keeps `at` alive
     const char* at = nullptr;
     uint32_t length = 0;
     uint16_t fields = 0;

@@ -2,6 +2,7 @@
 // transfers; this layer answers exactly what the system answered.
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@ iFileSystem::~iFileSystem() = default;
 int iFileSystem::move(const char* from, const char* to, int) { return rename(from, to); }
 
 int iFileSystem::startWriteback(int, uint64_t, uint64_t) { return 0; }
+
+std::shared_ptr<const char> iFileSystem::map(int, uint64_t) { return nullptr; }
 
 namespace {
 
@@ -32,6 +35,21 @@ class PosixFileSystem final : public iFileSystem {
     (void)fd, (void)offset, (void)length;
     return 0;
 #endif
+  }
+  std::shared_ptr<const char> map(int fd, uint64_t size) override {
+    if (size == 0 || size > SIZE_MAX) return nullptr;
+    const auto length = static_cast<std::size_t>(size);
+    // Populated now: a fault per page later would cost more than the whole mapping.
+    void* at = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    if (at == MAP_FAILED) return nullptr;
+    try {
+      return std::shared_ptr<const char>(static_cast<const char*>(at), [length](const char* p) {
+        ::munmap(const_cast<char*>(p), length);
+      });
+    } catch (...) {
+      ::munmap(at, length);
+      throw;
+    }
   }
   int fileSize(int fd, uint64_t& size) override {
     struct stat st;

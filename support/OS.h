@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <sys/types.h>
 
@@ -71,6 +72,11 @@ class KESTA_SUPPORT_API iFileSystem {
   // Asks for the written bytes [offset, offset + length) to start going to the disk now, so
   // that a later fsync has less to wait for. Advice only: answers 0, or -1 and changes nothing.
   virtual int startWriteback(int fd, uint64_t offset, uint64_t length);
+  // The first `size` bytes of an open file, mapped read-only until the last holder lets go, or
+  // null when the file cannot be mapped (the caller then reads it). A mapped file that another
+  // program shrinks faults (SIGBUS) where its bytes were: only a process that can answer that
+  // signal should ask.
+  virtual std::shared_ptr<const char> map(int fd, uint64_t size);
 };
 
 class KESTA_SUPPORT_API iOS {

@@ -66,6 +66,8 @@ TextFile::TextFile() = default;
 TextFile::~TextFile() = default;
 
 void TextFile::clear() noexcept {
+  mapped_.reset();
+  mapped_size_ = 0;
   if (buffer_ && buffer_.use_count() == 1) {
     buffer_->clear();  // its room serves the next load or block
   } else {
@@ -76,6 +78,18 @@ void TextFile::clear() noexcept {
 }
 
 TextFile::Bytes& TextFile::own_buffer(bool keep) {
+  if (mapped_) {
+    // The mapped bytes are the file's, never to be written: the lines go on in a copy.
+    if (!buffer_ || buffer_.use_count() != 1) buffer_ = std::make_shared<Bytes>();
+    if (keep) {
+      buffer_->assign(mapped_.get(), mapped_.get() + mapped_size_);
+    } else {
+      buffer_->clear();
+    }
+    mapped_.reset();
+    mapped_size_ = 0;
+    return *buffer_;
+  }
   if (!buffer_) {
     buffer_ = std::make_shared<Bytes>();
   } else if (buffer_.use_count() != 1) {
@@ -118,7 +132,7 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
 }
 
 void TextFile::index_lines(char separator, bool keepCR) {
-  const char* data = buffer_ ? buffer_->data() : nullptr;
+  const char* data = this->data();
   const uint64_t n = bufferSize();
   // Counted once, so that a whole file's index takes no more room than it needs; a reader's
   // later blocks reuse the room the first one made.

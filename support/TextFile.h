@@ -85,11 +85,15 @@ class KESTA_SUPPORT_API TextFile {
   std::string_view line(unsigned i) const noexcept {
     if (i >= lines_.size()) return {};
     const Span& s = lines_[i];
-    return {buffer_->data() + s.start, s.length};
+    return {data() + s.start, s.length};
   }
-  // The bytes every line() points into. While a holder keeps them, this file never changes
-  // them: it changes a copy instead, so a line taken from it stays valid in the holder's hands.
-  std::shared_ptr<const Bytes> shareBuffer() const noexcept { return buffer_; }
+  // Keeps alive the bytes every line() points into. While a holder keeps them, this file never
+  // changes them: it changes a copy instead, so a line taken from it stays valid in the
+  // holder's hands.
+  std::shared_ptr<const void> shareBuffer() const noexcept {
+    if (mapped_) return mapped_;
+    return buffer_;
+  }
 
   void appendLine(const LightweightString<char>& text) { appendLine(text.view()); }
   void appendLine(std::string_view text);
@@ -104,7 +108,7 @@ class KESTA_SUPPORT_API TextFile {
   std::string_view takeLine() noexcept { return line(cursor_++); }
 
   // Bytes held by the line buffer; for memory accounting.
-  std::size_t bufferSize() const noexcept { return buffer_ ? buffer_->size() : 0; }
+  std::size_t bufferSize() const noexcept { return mapped_ ? mapped_size_ : buffer_ ? buffer_->size() : 0; }
 
  private:
   friend class TextFileReader;  // fills the buffer a block at a time
@@ -114,11 +118,16 @@ class KESTA_SUPPORT_API TextFile {
   // bytes (`keep`) or for an empty one.
   Bytes& own_buffer(bool keep);
 
+  const char* data() const noexcept { return mapped_ ? mapped_.get() : buffer_ ? buffer_->data() : nullptr; }
+
   struct Span {
     uint64_t start;
     uint32_t length;
   };
   std::shared_ptr<Bytes> buffer_;
+  // A reader's block of a mapped file, used instead of buffer_ until the lines change.
+  std::shared_ptr<const char> mapped_;
+  std::size_t mapped_size_ = 0;
   std::vector<Span> lines_;
   unsigned cursor_ = 0;
 };

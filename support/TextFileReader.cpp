@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "support/Config.h"
 #include "support/FileCalls.h"
 #include "support/StringUtils.h"
 
@@ -35,7 +36,11 @@ TextFileReader::TextFileReader(const LightweightString<wchar_t>& name, char sepa
     return;
   }
   ok_ = true;
-  if (retrying([&] { return fs_->fileSize(fd_, size_); }) != 0) fail();
+  if (retrying([&] { return fs_->fileSize(fd_, size_); }) != 0) {
+    fail();
+  } else if (config_int("map_files", 0, 0, 1) != 0) {
+    or_bad_alloc([&] { mapping_ = fs_->map(fd_, size_); });
+  }
 }
 
 TextFileReader::~TextFileReader() {
@@ -49,6 +54,7 @@ void TextFileReader::fail() noexcept {
 
 bool TextFileReader::next(TextFile& lines) {
   lines.clear();
+  if (mapping_) return next_mapped(lines);
   if (!ok_ || (at_end_ && carry_.empty())) return false;
   TextFile::Bytes* block = nullptr;
   or_bad_alloc([&] {
@@ -101,7 +107,27 @@ bool TextFileReader::next(TextFile& lines) {
   return true;
 }
 
+bool TextFileReader::next_mapped(TextFile& lines) {
+  if (!ok_ || read_ >= size_) return false;
+  const char* const base = mapping_.get();
+  const uint64_t start = read_;
+  uint64_t end = size_;
+  if (size_ - start > block_) {
+    // The block ends after its last separator; a line longer than a block runs on to its own.
+    const char* from = base + start;
+    const void* cut = memrchr(from, separator_, block_);
+    if (!cut) cut = std::memchr(from + block_, separator_, static_cast<std::size_t>(size_ - start - block_));
+    if (cut) end = static_cast<uint64_t>(static_cast<const char*>(cut) - base) + 1;
+  }
+  read_ = end;
+  lines.mapped_ = std::shared_ptr<const char>(mapping_, base + start);
+  lines.mapped_size_ = static_cast<std::size_t>(end - start);
+  lines.index_lines(separator_, keep_cr_);
+  return true;
+}
+
 bool TextFileReader::finish() {
+  mapping_.reset();  // what its lines need, their holders keep
   if (fd_ >= 0) {
     if (!close_file(fs_, fd_) && ok_) fail();
     fd_ = -1;

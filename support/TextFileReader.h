@@ -15,14 +15,22 @@
 // separator kept, a final separator adding no empty line. Each block holds whole lines only;
 // a line longer than a block makes that block as long as the line.
 //
+// With the setting "map_files" on (config_int; off by default), the reader maps the file
+// instead of reading it, when the file system can: the lines then point into the mapping,
+// which costs no copy and no fresh memory. A mapped file that another program shrinks while
+// lines of it are held faults (SIGBUS) where its bytes were, so only a process that answers
+// that signal should turn the setting on. A mapping sees the file's size at opening; reads see
+// what it has grown to by then.
+//
 // After a failed call the reader takes no more file calls and next answers false; finish then
 // answers false with errno as the failed call left it. All file calls go through
-// OS()->fileSystem(), in the order open, file size, reads, close.
+// OS()->fileSystem(), in the order open, file size, a mapping or reads, close.
 //
 // Thread safety: none; one thread at a time.
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "support/LightweightString.h"
@@ -49,6 +57,7 @@ class KESTA_SUPPORT_API TextFileReader {
 
  private:
   void fail() noexcept;
+  bool next_mapped(TextFile& lines);
 
   iFileSystem* fs_;
   const char separator_;
@@ -61,6 +70,7 @@ class KESTA_SUPPORT_API TextFileReader {
   uint64_t size_ = 0;
   uint64_t read_ = 0;  // bytes read so far
   std::vector<char> carry_;  // the start of a line whose separator is not read yet
+  std::shared_ptr<const char> mapping_;  // the whole file, when it is mapped
 };
 
 #endif

@@ -8,6 +8,7 @@
 
 #include "common/TestUtil.h"
 #include "record/StoreTestUtil.h"
+#include "support/Config.h"
 #include "support/Log.h"
 
 namespace {
@@ -295,6 +296,33 @@ TEST_F(KestaFile, ExampleLogsLoadAndSaveBackUnchanged) {
   db.set_filename(dir_.wfile("again.kst"));
   EXPECT_EQ(db.save_text(), static_cast<int>(db.get_num_records()));
   EXPECT_EQ(testutil::readFile(dir_.file("again.kst")), original);
+}
+
+// A log read through a mapping of its file loads as one read into memory; saved over its own
+// file, it still reads the bytes it mapped; and it lets the mapping go when it goes.
+TEST_F(KestaFile, MappedLogsLoadAsReadOnesAndOutliveTheirFile) {
+  testutil::writeFile(dir_.file("dailies.kst"), testutil::readFile(testutil::example("dailies.kst")));
+  auto is_mapped = [&] { return testutil::readFile("/proc/self/maps").find(dir_.file("dailies.kst")) != std::string::npos; };
+  kesta read(dir_.wfile("dailies.kst"), INT_MAX, true);
+  config_set_int("map_files", 1);
+  Zr::Ptr<kesta> db(new kesta(dir_.wfile("dailies.kst"), INT_MAX, true));
+  config_unset_int("map_files");
+  ASSERT_TRUE(is_mapped());
+  EXPECT_EQ(db->get_valid(), 1);
+  EXPECT_EQ(paramsOf(*db), paramsOf(read));
+  EXPECT_EQ(namesOf(*db), namesOf(read));
+  const Rows rows = rowsOf(read);
+  EXPECT_EQ(rowsOf(*db), rows);
+
+  db->set_field(0, 1, "renamed");
+  EXPECT_EQ(db->save_text(), static_cast<int>(rows.size()));
+  testutil::writeFile(dir_.file("dailies.kst"), "\"KESTA:Rev 1\"\n");
+  Rows expected = rows;
+  expected[0][1] = "renamed";
+  for (auto& row : expected) row.back() = "0";  // the save stored each record's tag
+  EXPECT_EQ(rowsOf(*db), expected);
+  db = nullptr;
+  EXPECT_FALSE(is_mapped());
 }
 
 // Loading a second file into the same database must answer with the new file's columns.

@@ -175,5 +175,25 @@ TEST_F(KstErrors, AFailedSaveLeavesTheTargetUntouched) {
   EXPECT_EQ(kst({"sort", path("big.kst"), "--by", "Reel", "-o", path("old.kst")}, {"old.kst"}).status, 0);
 }
 
+// kst maps the logs it reads; a log shortened under it raises SIGBUS, which kst answers with
+// a message and status 1 instead of dying. Here the signal reaches kst while it is blocked
+// writing a listing that nobody reads yet.
+TEST_F(KstErrors, LostLogBytesStopKstWithAMessage) {
+  std::vector<Strings> rows;
+  for (int i = 0; i < 20000; ++i) rows.push_back({"clip " + std::to_string(i), "A00" + std::to_string(i % 7)});
+  const std::string log = put("big.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Reel"}, rows));
+  testutil::TempDir io;
+  const std::string fifo = shell_quoted(io.file("fifo")), err = shell_quoted(io.file("err"));
+  const std::string script = "mkfifo " + fifo + "; env -u KESTA_LOG " + shell_quoted(KST_BINARY) + " show " +
+                             shell_quoted(log) + " >" + fifo + " 2>" + err + " & " +
+                             "{ head -c 1 >/dev/null; kill -BUS $!; cat >/dev/null; } <" + fifo + "; wait $!";
+  const int status = std::system(script.c_str());
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(testutil::readFile(io.file("err")),
+            "kst: a file was shortened by another program while kst was reading it; stopped without replacing any "
+            "file (a partly written temporary file may be left beside the output)\n");
+}
+
 }  // namespace
 }  // namespace ksttest

@@ -4,14 +4,42 @@
 
 #include <kesta/kesta.h>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <iostream>
 #include <new>
 
 #include "Commands.h"
 #include "Errors.h"
 
+namespace {
+
+// The library maps the logs kst reads instead of copying them: a big log is in memory at once
+// and takes no fresh memory. A log that another program shortens while kst runs faults where
+// its lost bytes were; kst then stops with a message. Its writes are atomic, so no file was
+// replaced, though the temporary file of a write under way is left.
+void on_lost_bytes(int) {
+  static const char kMessage[] =
+      "kst: a file was shortened by another program while kst was reading it; stopped without replacing any "
+      "file (a partly written temporary file may be left beside the output)\n";
+  const ssize_t ignored = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+  (void)ignored;
+  ::_exit(kst::kExitFailure);
+}
+
+void map_logs() {
+  struct sigaction action {};
+  action.sa_handler = on_lost_bytes;
+  sigemptyset(&action.sa_mask);
+  if (::sigaction(SIGBUS, &action, nullptr) == 0) config_set_int("map_files", 1);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  map_logs();
   CLI::App app{"kst: inspect, sort, search, tag, convert and merge log files.", "kst"};
   app.set_version_flag("--version", std::string("kst ") + kestaDllVersionStr());
   app.require_subcommand(1);
