@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "record/kesta.h"
+#include "support/Config.h"
 
 namespace {
 
@@ -189,12 +190,14 @@ bool reset_peak() {
   return static_cast<bool>(clear);
 }
 
+// Argument 1: the log is read by mapping its file (the setting kst turns on), 0: copied.
 void BM_LoadLog(benchmark::State& state) {
   const Log& log = the_log();
   if (!log.ok) {
     state.SkipWithError("could not generate the log");
     return;
   }
+  config_set_int("map_files", static_cast<int>(state.range(0)));
   // Memory, measured once before the timed loads.
   {
     const uint64_t before = status_bytes("VmRSS");
@@ -217,10 +220,11 @@ void BM_LoadLog(benchmark::State& state) {
     db = nullptr;  // freeing the records is not part of the load
     state.ResumeTiming();
   }
+  config_unset_int("map_files");
   state.counters["records"] = log.records;
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(log.bytes));
 }
-BENCHMARK(BM_LoadLog)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+BENCHMARK(BM_LoadLog)->ArgName("mapped")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 void BM_SaveLog(benchmark::State& state) {
   const Log& log = the_log();
