@@ -28,6 +28,7 @@
 // serialise changes; reading while nobody writes is safe. Only one sort may run at a time in
 // a process (the comparison keys are process-wide).
 
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -133,6 +134,15 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   void save_column_header(TextFile& file, bool namesOnly);
   void loadFromFile(int maxRecords, bool strict);
   void loadFromFile(const LightweightString<wchar_t>& fileName, int maxRecords, bool strict);
+  // With a filter set, a load of a log file keeps only the records for which keep(record)
+  // answers true; the others are let go as soon as they are read, so that a search of a big
+  // log holds only what it finds. The record given belongs to this database (its fields and
+  // the query can be read through it) but is not in the record list yet. records_dropped()
+  // counts the records the last load let go; a record limit counts them too. Comma-separated
+  // input is read whole.
+  using LoadFilter = std::function<bool(const Zr::Ptr<dbrecord>&)>;
+  void set_load_filter(LoadFilter keep) { load_filter_ = std::move(keep); }
+  unsigned records_dropped() const noexcept { return records_dropped_; }
   void read_params(TextFile& file, dbrecord* line);
   int add_text(TextFile& file, int skipFirst, int maxRecords);
   int load_text(int maxRecords);
@@ -169,6 +179,9 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   bool found_in_special_label_field(const dbrecord* record, int field) const;
   int match_record(const Zr::Ptr<dbrecord>& record) const;
   int match_record(int row) const override;
+  // The test tag_matching_records applies to each record, worked out once from the query and
+  // the columns; valid while both stay as they are and the database lives.
+  std::function<bool(const dbrecord&)> query_matcher() const;
   int tag_matching_records(int keepTags) override;
   int tag_all_different(int field) override;
 
@@ -200,7 +213,7 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   bool passes(const dbrecord& record, const std::vector<QueryTest>& tests) const;
 
   void read_params_from(LineSource& lines, dbrecord* line);
-  int add_lines(LineSource& lines, int skipFirst, int maxRecords);
+  int add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep = nullptr);
   bool load_log(const LightweightString<wchar_t>& name, int maxRecords, bool strict);
 
   std::vector<DBFieldDesc> fields_;
@@ -220,6 +233,8 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   // While the column header is written: every column's widest value, read in one pass, so
   // that get_fieldsize need not walk all records once per column.
   const std::vector<unsigned>* field_sizes_ = nullptr;
+  LoadFilter load_filter_;
+  unsigned records_dropped_ = 0;
 };
 
 // The build's version, four dot-separated numbers.

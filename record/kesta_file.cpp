@@ -425,6 +425,7 @@ void kesta::loadFromFile(int maxRecords, bool strict) {
 }
 
 bool kesta::load_log(const LightweightString<wchar_t>& name, int maxRecords, bool strict) {
+  records_dropped_ = 0;
   if (has_csv_suffix(name)) {
     TextFile file;
     if (!file.load(name, '\n', false)) return true;  // nothing read, nothing to undo
@@ -466,7 +467,7 @@ bool kesta::load_log(const LightweightString<wchar_t>& name, int maxRecords, boo
   }
   valid_ = 1;
   post_init();
-  add_lines(lines, 0, maxRecords);
+  add_lines(lines, 0, maxRecords, load_filter_ ? &load_filter_ : nullptr);
   clear_changed();
   return in.finish();
 }
@@ -509,9 +510,11 @@ int kesta::add_text(TextFile& file, int skipFirst, int maxRecords) {
   return add_lines(lines, skipFirst, maxRecords);
 }
 
-int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords) {
+int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep) {
   if (maxRecords < 1) return 0;
-  records_.reserve(records_.size() + std::min(lines.expected_lines(), static_cast<std::size_t>(maxRecords)));
+  if (!keep) {
+    records_.reserve(records_.size() + std::min(lines.expected_lines(), static_cast<std::size_t>(maxRecords)));
+  }
 
   int count = 0;
   for (;;) {
@@ -535,7 +538,11 @@ int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords) {
     } else if (record->read(lines.next()) == 0) {
       break;  // the first line was to be skipped
     }
-    records_.push_back(std::move(record));
+    if (!keep || (*keep)(record)) {
+      records_.push_back(std::move(record));
+    } else {
+      ++records_dropped_;  // its memory serves the next record
+    }
     if (++count == maxRecords) return count;
   }
   dorp_printf("kesta::add_text: returning because no more lines\n");

@@ -182,6 +182,10 @@ int kesta::match_record(const Zr::Ptr<dbrecord>& record) const {
   return field == get_num_fields() ? 1 : 0;
 }
 
+std::function<bool(const dbrecord&)> kesta::query_matcher() const {
+  return [this, tests = query_tests()](const dbrecord& record) { return passes(record, tests); };
+}
+
 int kesta::match_record(int row) const { return match_record(get_record(static_cast<unsigned>(row))); }
 
 int kesta::tag_matching_records(int keepTags) {

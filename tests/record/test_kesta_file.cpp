@@ -325,6 +325,34 @@ TEST_F(KestaFile, MappedLogsLoadAsReadOnesAndOutliveTheirFile) {
   EXPECT_FALSE(is_mapped());
 }
 
+// A load filter sees each record with its fields and database, keeps what it accepts, counts
+// what it drops, and a record limit counts both; a CSV file is read whole.
+TEST_F(KestaFile, LoadFiltersKeepWhatTheyAccept) {
+  testutil::writeFile(dir_.file("db.kst"), kGolden);
+  testutil::writeFile(dir_.file("db.csv"), "Name,Tag\nShot 1,0\nShot 2,1\n");
+  kesta db;
+  Strings seen;
+  db.set_load_filter([&](const Zr::Ptr<dbrecord>& record) {
+    EXPECT_EQ(record->get_container(), &db);
+    seen.emplace_back(db.getField(0, 0).c_str());  // the records kept so far are rows already
+    return record->fieldView(2) == "1";
+  });
+  db.loadFromFile(dir_.wfile("db.kst"), INT_MAX, true);
+  EXPECT_EQ(rowsOf(db), (Rows{{"Shot 2", "01:00:10:00", "1"}}));
+  EXPECT_EQ(db.records_dropped(), 1u);
+  EXPECT_EQ(seen, (Strings{"", ""}));
+  EXPECT_EQ(db.changed(), 0);
+
+  db.set_load_filter([](const Zr::Ptr<dbrecord>&) { return false; });
+  db.loadFromFile(dir_.wfile("db.kst"), 1, true);
+  EXPECT_EQ(db.get_num_records(), 1u) << "the records held before stay";
+  EXPECT_EQ(db.records_dropped(), 1u) << "the limit counts the dropped record";
+  kesta csv;
+  csv.set_load_filter([](const Zr::Ptr<dbrecord>&) { return false; });
+  csv.loadFromFile(dir_.wfile("db.csv"), INT_MAX, true);
+  EXPECT_EQ(csv.get_num_records(), 2u);
+}
+
 // Loading a second file into the same database must answer with the new file's columns.
 TEST_F(KestaFile, ReloadColumnLookupsFollowTheNewFile) {
   auto db = load(

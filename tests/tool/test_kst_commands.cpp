@@ -182,6 +182,48 @@ TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
   EXPECT_EQ(col("out.kst", "Tag"), (Strings{"0", "1"}));
 }
 
+// A find that only prints keeps only the matches as it loads; what it prints must be what the
+// tagging find writes, and a damaged log must be reported as the whole load reports it.
+TEST_F(KstCommands, PrintingFindShowsWhatTaggingFindTags) {
+  const std::string log = put("dailies.kst", testutil::readFile(testutil::example("dailies.kst")));
+  const Strings columns{"--columns", "Name,Reel,Scene,Start time,End time,Notes", "--width", "0"};
+  std::vector<std::size_t> printed_lines;
+  for (const Strings& query : {Strings{"Scene=12"}, Strings{"Start time=01:2", "Notes=o"}, Strings{"Reel=a00"},
+                               Strings{"Notes=no such note"}, Strings{}}) {
+    for (bool keep : {false, true}) {
+      Strings find{"find", log};
+      find.insert(find.end(), query.begin(), query.end());
+      if (keep) find.push_back("--keep-tags");
+      Strings tag = find;
+      tag.insert(tag.end(), {"-o", path("tagged.kst")});
+      ASSERT_EQ(kst(tag, {"tagged.kst"}).status, 0);
+      find.insert(find.end(), columns.begin(), columns.end());
+      Strings show{"show", path("tagged.kst"), "--tagged"};
+      show.insert(show.end(), columns.begin(), columns.end());
+      const Result printed = kst(find), shown = kst(show);
+      EXPECT_EQ(printed.status, 0) << printed.err;
+      EXPECT_EQ(printed.out, shown.out) << testing::PrintToString(find);
+      printed_lines.push_back(lines(printed.out).size());
+    }
+  }
+  // Only the note no record holds, without tags kept, prints the header and its rule alone.
+  EXPECT_EQ(std::count(printed_lines.begin(), printed_lines.end(), 2u), 1) << testing::PrintToString(printed_lines);
+  EXPECT_EQ(printed_lines[6], 2u);
+
+  // A bad record line after records that match nothing, or with a condition on a column the
+  // log lacks: the damage is reported first, the records read before it counted in full.
+  std::vector<Strings> rows(300, Strings{"clip", "A001"});
+  rows.push_back({"clip", "A002", "stray"});
+  put("bad.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Reel"}, rows));
+  for (const char* condition : {"Reel=zzz", "Nope=1"}) {
+    const Result printing = kst({"find", path("bad.kst"), condition});
+    const Result tagging = kst({"find", path("bad.kst"), condition, "-o", path("out.kst")});
+    EXPECT_EQ(printing.status, 1);
+    EXPECT_EQ(printing.err, tagging.err);
+    EXPECT_NE(printing.err.find("300 records were read before it"), std::string::npos) << printing.err;
+  }
+}
+
 TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
   put("odd.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"}, {{"a", "keep"}, {"b", "1"}, {"c", ""}}));
   Result r = kst({"sort", path("odd.kst"), "--by", "Name", "--desc", "-o", path("out.kst")}, {"out.kst"});

@@ -278,7 +278,7 @@ bool read_checked_lines(const std::string& path, unsigned records, CheckedLines&
 // either way the records after it would be lost by a save, so both are errors here.
 void check_records(const std::string& path, CheckedLines& lines, kesta& db, bool library_stopped) {
   if (lines.scan.marker == kNone) throw Failure(missing_header(path));
-  const unsigned read = db.get_num_records();
+  const unsigned read = db.get_num_records() + db.records_dropped();
   const unsigned end = lines.end;
   TextFile& tail = lines.tail;
   unsigned stray = kNone;
@@ -329,7 +329,7 @@ void requireReadable(const std::string& path) {
   if (error != 0) throw Failure("cannot read " + path + ": " + reason(error));
 }
 
-Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags) {
+Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilter keep) {
   requireReadable(path);
   LightweightString<wchar_t> name = widePath(path);
   Zr::Ptr<kesta> db;
@@ -339,7 +339,9 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags) {
     // The library reports a short read on standard error; the checks below say it better.
     CapturingLogSink capture;
     ReadWatch watch(path);
-    db = Zr::Ptr<kesta>(new kesta(name, INT_MAX, false));
+    db = Zr::Ptr<kesta>(new kesta());
+    db->set_load_filter(std::move(keep));
+    db->loadFromFile(name, INT_MAX, false);
     library_log = capture.text();
     blocks = std::move(watch).blocks();
   }
@@ -350,7 +352,7 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags) {
       explain_invalid(path, file, scan_header(file));
     }
     CheckedLines lines;
-    if (!read_checked_lines(path, db->get_num_records(), lines, blocks)) {
+    if (!read_checked_lines(path, db->get_num_records() + db->records_dropped(), lines, blocks)) {
       throw Failure("cannot read " + path + ": " + reason(errno));
     }
     check_records(path, lines, *db, library_log.find("not all fields filled") != std::string::npos);

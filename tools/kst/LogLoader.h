@@ -29,8 +29,10 @@ void requireReadable(const std::string& path);
 // of different lengths, or has record lines the library did not read (a wrong field count, or
 // lines after a blank line). A command that sets every record's tag before it reads any
 // passes TagColumn::unread: the column's tags would only be overwritten.
+// With `keep`, the load keeps only the records it accepts (kesta::set_load_filter); the checks
+// still cover every record line.
 enum class TagColumn { read, unread };
-Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags = TagColumn::read);
+Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags = TagColumn::read, kesta::LoadFilter keep = {});
 
 // Whether strtol(text, nullptr, 10) is non-zero: blanks, a sign, then a run of digits not all
 // zero. Reads a view, so that a record that keeps its line stays whole.

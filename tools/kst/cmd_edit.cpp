@@ -1,6 +1,7 @@
 // The commands that reorder, tag and delete records: sort, find, distinct, delete. Each does its
 // work with the library's own operation and writes the log with the library's save.
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -64,6 +65,53 @@ void add_sort(CLI::App& app, CommandTable& table) {
   });
 }
 
+// The query that find's conditions make in `db`. Throws UsageError for a condition that is not
+// COLUMN=TEXT or names a column twice, Failure for one that names no column of the log.
+Zr::Ptr<dbrecord> make_query(kesta& db, const std::vector<std::string>& conditions, const std::string& file) {
+  Zr::Ptr<dbrecord> query = db.make_dummy_record();
+  std::vector<bool> given(db.get_num_fields(), false);
+  for (const auto& condition : conditions) {
+    std::size_t equals = condition.find('=');
+    if (equals == std::string::npos) throw UsageError("a condition is COLUMN=TEXT, not " + inQuotes(condition));
+    std::vector<std::string> name = splitList(condition.substr(0, equals));
+    if (name.size() != 1) throw UsageError("a condition is COLUMN=TEXT, not " + inQuotes(condition));
+    unsigned field = resolveColumn(db, name[0], file);
+    if (given[field]) throw UsageError("column " + inQuotes(name[0]) + " has two conditions; give one");
+    given[field] = true;
+    query->set_field(static_cast<int>(field), condition.c_str() + equals + 1, false);
+  }
+  return query;
+}
+
+// For a find that only prints: the load keeps the records the query matches and, with
+// --keep-tags, those already tagged, so a big log's other records never take memory. The query
+// is made once the log's columns are read; when it cannot be made, every record is kept and
+// the error is reported after the load's own checks, as without the filter.
+kesta::LoadFilter printed_records(const std::vector<std::string>& conditions, bool keep_tags, const std::string& file) {
+  struct State {
+    bool tried = false;
+    std::function<bool(const dbrecord&)> matches;  // empty when the query cannot be made
+    unsigned tag_field = kNone;
+  };
+  auto state = std::make_shared<State>();
+  return [state, conditions, keep_tags, file](const Zr::Ptr<dbrecord>& record) {
+    kesta* db = record->get_container();
+    if (!state->tried) {
+      state->tried = true;
+      try {
+        Zr::Ptr<dbrecord> query = make_query(*db, conditions, file);
+        db->set_query(query.get());
+        state->matches = db->query_matcher();
+      } catch (const UsageError&) {
+      } catch (const Failure&) {  // an unknown column
+      }
+      if (keep_tags) state->tag_field = db->get_fieldnum("Tag");
+    }
+    if (!state->matches || state->matches(*record)) return true;
+    return state->tag_field != kNone && nonzeroNumber(record->fieldView(static_cast<unsigned short>(state->tag_field)));
+  };
+}
+
 void add_find(CLI::App& app, CommandTable& table) {
   struct Options {
     std::string file;
@@ -90,19 +138,10 @@ void add_find(CLI::App& app, CommandTable& table) {
     std::optional<Destination> to;
     if (writing) to = Destination::forLog(options->write, options->file);
     // Without --keep-tags the query sets every record's tag.
-    Zr::Ptr<kesta> db = loadLog(options->file, options->keep_tags ? TagColumn::read : TagColumn::unread);
-    Zr::Ptr<dbrecord> query = db->make_dummy_record();
-    std::vector<bool> given(db->get_num_fields(), false);
-    for (const auto& condition : options->conditions) {
-      std::size_t equals = condition.find('=');
-      if (equals == std::string::npos) throw UsageError("a condition is COLUMN=TEXT, not " + inQuotes(condition));
-      std::vector<std::string> name = splitList(condition.substr(0, equals));
-      if (name.size() != 1) throw UsageError("a condition is COLUMN=TEXT, not " + inQuotes(condition));
-      unsigned field = resolveColumn(*db, name[0], options->file);
-      if (given[field]) throw UsageError("column " + inQuotes(name[0]) + " has two conditions; give one");
-      given[field] = true;
-      query->set_field(static_cast<int>(field), condition.c_str() + equals + 1, false);
-    }
+    Zr::Ptr<kesta> db =
+        loadLog(options->file, options->keep_tags ? TagColumn::read : TagColumn::unread,
+                writing ? kesta::LoadFilter() : printed_records(options->conditions, options->keep_tags, options->file));
+    Zr::Ptr<dbrecord> query = make_query(*db, options->conditions, options->file);
     db->set_query(query.get());
     int matched = db->tag_matching_records(options->keep_tags ? 1 : 0);
     if (!writing) {
