@@ -118,6 +118,11 @@ TEST(Allocator, ObjectsAndCountBlocksComeFromTheAllocator) {
   EXPECT_EQ(new (std::nothrow) Shot, nullptr);
   EXPECT_THROW(new Shot, Zr::Exception::BadAlloc);
   EXPECT_EQ(failing.live_, 0);
+  // An object handed over whose count block cannot be made is destroyed, not leaked.
+  FailingAllocator no_count(1);
+  destroyed = 0;
+  EXPECT_THROW((Zr::Ptr<Plain, Zr::ExternalRefCountTraits>(new Plain)), Zr::Exception::BadAlloc);
+  EXPECT_EQ(destroyed, 1);
 }
 
 TEST(Allocator, DefaultBlocksMixWithGlobalNewAndDelete) {
