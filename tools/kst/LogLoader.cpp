@@ -342,6 +342,7 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
     db = Zr::Ptr<kesta>(new kesta());
     db->set_load_filter(std::move(keep));
     db->loadFromFile(name, INT_MAX, false);
+    db->set_load_filter(nullptr);  // its query was made for this load
     library_log = capture.text();
     blocks = std::move(watch).blocks();
   }
