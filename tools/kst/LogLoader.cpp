@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <optional>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
@@ -146,6 +148,13 @@ struct BlockStart {
   uint64_t feeds_before;
 };
 
+// Where the checks after a load may resume reading: from the last record's own line when the
+// load says where that was, else from the blocks; with neither, from the start.
+struct ReadMap {
+  std::vector<BlockStart> blocks;
+  std::optional<uint64_t> last_record;  // the offset of the last record line read
+};
+
 // memchr from feed to feed: std::count was measured slower here.
 uint64_t count_feeds(const char* bytes, uint64_t size) {
   uint64_t feeds = 0;
@@ -167,8 +176,27 @@ class ReadWatch final : public iFileSystem {
   ReadWatch(const ReadWatch&) = delete;
   ReadWatch& operator=(const ReadWatch&) = delete;
 
-  // The blocks in file order; empty when the reads could not be followed.
-  std::vector<BlockStart> blocks() && { return usable_ ? std::move(blocks_) : std::vector<BlockStart>(); }
+  // Where the reads were. `last_line` is where the last record read still holds its line, if
+  // it does: in a mapping, that tells its offset without counting the file's lines again.
+  ReadMap where(const char* last_line) && {
+    ReadMap map;
+    if (!usable_) return map;
+    if (mapping_) {
+      const char* const base = mapping_.get();
+      if (last_line && std::less_equal<>()(base, last_line) && std::less<>()(last_line, base + mapped_size_)) {
+        map.last_record = static_cast<uint64_t>(last_line - base);
+        return map;
+      }
+      // Marked as the reads would have been, a block at a time, so that the checks still jump.
+      constexpr uint64_t kBlock = uint64_t{4} << 20;
+      for (uint64_t at = 0; at < mapped_size_; at += kBlock) {
+        blocks_.push_back(BlockStart{at, feeds_});
+        feeds_ += count_feeds(base + at, std::min(kBlock, mapped_size_ - at));
+      }
+    }
+    map.blocks = std::move(blocks_);
+    return map;
+  }
 
   int open(const char* path, int flags, mode_t mode) override {
     const int fd = inner_->open(path, flags, mode);
@@ -191,14 +219,11 @@ class ReadWatch final : public iFileSystem {
   }
   std::shared_ptr<const char> map(int fd, uint64_t size) override {
     std::shared_ptr<const char> mapping = inner_->map(fd, size);
-    // Marked as the reads would have been, a block at a time, so that the checks still jump.
     if (mapping && fd == watched_) {
-      constexpr uint64_t kBlock = uint64_t{4} << 20;
-      for (uint64_t at = 0; at < size; at += kBlock) {
-        blocks_.push_back(BlockStart{at, feeds_});
-        feeds_ += count_feeds(mapping.get() + at, std::min(kBlock, size - at));
-      }
-      offset_ = size;
+      // The whole file at once: its lines are counted only if the checks need them.
+      if (mapping_ || offset_ != 0) usable_ = false;
+      mapping_ = mapping;
+      mapped_size_ = size;
     }
     return mapping;
   }
@@ -222,6 +247,8 @@ class ReadWatch final : public iFileSystem {
   const std::string path_;
   iFileSystem* const inner_;
   std::vector<BlockStart> blocks_;
+  std::shared_ptr<const char> mapping_;
+  uint64_t mapped_size_ = 0;
   uint64_t offset_ = 0;
   uint64_t feeds_ = 0;
   int watched_ = -1;
@@ -238,10 +265,11 @@ struct CheckedLines {
   TextFile tail;  // line i is the file's line end + i
 };
 
-// False, with errno set, when the file cannot be read. With the blocks of the library's load,
-// the lines after the records are read from the last block that starts before them.
-bool read_checked_lines(const std::string& path, unsigned records, CheckedLines& lines,
-                        const std::vector<BlockStart>& blocks) {
+// False, with errno set, when the file cannot be read. With the last record's line, or the
+// blocks of the library's load, the lines after the records are read from there.
+bool read_checked_lines(const std::string& path, unsigned records, CheckedLines& lines, const ReadMap& reads) {
+  const std::vector<BlockStart>& blocks = reads.blocks;
+  const bool can_jump = reads.last_record || !blocks.empty();
   bool jump = false;
   bool ok = for_each_line(path, [&](unsigned i, std::string_view text) {
     if (lines.end == kNone) {
@@ -249,7 +277,7 @@ bool read_checked_lines(const std::string& path, unsigned records, CheckedLines&
       lines.scan = scan_header(lines.head);
       if (lines.scan.marker != kNone && lines.head.getNumLines() >= lines.scan.marker + 4)
         lines.end = lines.scan.marker + 4 + records;
-    } else if (!blocks.empty() && i < lines.end) {
+    } else if (can_jump && i < lines.end) {
       jump = true;
       return false;
     } else if (i >= lines.end) {
@@ -260,11 +288,17 @@ bool read_checked_lines(const std::string& path, unsigned records, CheckedLines&
   // A header cut short by the end of the file: no line follows it.
   if (lines.end == kNone && lines.scan.marker != kNone) lines.end = lines.scan.marker + 4 + records;
   if (!ok || !jump) return ok;
-  // Line `end` follows the end-th line feed, so a block with fewer feeds before it holds the
-  // start of that line or an earlier one; the first line read from there may be a piece.
-  auto after = std::partition_point(blocks.begin(), blocks.end(),
-                                    [&](const BlockStart& b) { return b.feeds_before < lines.end; });
-  const BlockStart from = after == blocks.begin() ? BlockStart{0, 0} : *(after - 1);
+  BlockStart from{0, 0};
+  if (reads.last_record) {
+    // The jump above means records were read, so the last one's line is line end - 1.
+    from = BlockStart{*reads.last_record, lines.end - 1u};
+  } else {
+    // Line `end` follows the end-th line feed, so a block with fewer feeds before it holds the
+    // start of that line or an earlier one; the first line read from there may be a piece.
+    auto after = std::partition_point(blocks.begin(), blocks.end(),
+                                      [&](const BlockStart& b) { return b.feeds_before < lines.end; });
+    if (after != blocks.begin()) from = *(after - 1);
+  }
   return for_each_line(
       path,
       [&](unsigned i, std::string_view text) {
@@ -334,17 +368,28 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
   LightweightString<wchar_t> name = widePath(path);
   Zr::Ptr<kesta> db;
   std::string library_log;
-  std::vector<BlockStart> blocks;
+  ReadMap reads;
   {
     // The library reports a short read on standard error; the checks below say it better.
     CapturingLogSink capture;
     ReadWatch watch(path);
     db = Zr::Ptr<kesta>(new kesta());
-    db->set_load_filter(std::move(keep));
+    // The last record read may be dropped, so a filter notes each record's line on its way.
+    const char* last_line = nullptr;
+    if (keep) {
+      db->set_load_filter([&last_line, inner = std::move(keep)](const Zr::Ptr<dbrecord>& record) {
+        last_line = record->heldLine().data();
+        return inner(record);
+      });
+    }
     db->loadFromFile(name, INT_MAX, false);
     db->set_load_filter(nullptr);  // its query was made for this load
+    if (db->records_dropped() == 0) {
+      const unsigned count = db->get_num_records();
+      last_line = count == 0 ? nullptr : db->get_record(count - 1)->heldLine().data();
+    }
     library_log = capture.text();
-    blocks = std::move(watch).blocks();
+    reads = std::move(watch).where(last_line);
   }
   if (!endsWith(path, ".csv")) {
     if (!db->get_valid()) {
@@ -353,7 +398,7 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
       explain_invalid(path, file, scan_header(file));
     }
     CheckedLines lines;
-    if (!read_checked_lines(path, db->get_num_records() + db->records_dropped(), lines, blocks)) {
+    if (!read_checked_lines(path, db->get_num_records() + db->records_dropped(), lines, reads)) {
       throw Failure("cannot read " + path + ": " + reason(errno));
     }
     check_records(path, lines, *db, library_log.find("not all fields filled") != std::string::npos);
