@@ -512,9 +512,8 @@ int kesta::add_text(TextFile& file, int skipFirst, int maxRecords) {
 
 int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep) {
   if (maxRecords < 1) return 0;
-  if (!keep) {
-    records_.reserve(records_.size() + std::min(lines.expected_lines(), static_cast<std::size_t>(maxRecords)));
-  }
+  // Also with a filter that keeps few: the room a list reserves and never fills is never touched.
+  records_.reserve(records_.size() + std::min(lines.expected_lines(), static_cast<std::size_t>(maxRecords)));
 
   int count = 0;
   for (;;) {

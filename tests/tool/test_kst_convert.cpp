@@ -40,6 +40,9 @@ TEST_F(KstConvert, CsvReadingDiffersFromTheLibrarysOwnLoad) {
   // ...convert reads RFC 4180.
   Result converted = kst({"convert", path("q.csv"), "-", "--to", "json"});
   EXPECT_EQ(converted.out, "[\n  {\"A\": \"x,y\", \"B\": \"z\"}\n]\n");
+  // The library's load of a CSV file reads its tags as a log's.
+  put("t.csv", "Name,Tag\na,0\nb,1\nc,0\n");
+  EXPECT_EQ(kst({"show", path("t.csv"), "--tagged"}).out, "Name  Tag\n----  ---\nb     1\n");
 }
 
 TEST_F(KstConvert, CsvDetails) {

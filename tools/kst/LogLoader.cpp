@@ -363,31 +363,82 @@ void requireReadable(const std::string& path) {
   if (error != 0) throw Failure("cannot read " + path + ": " + reason(error));
 }
 
+bool nonzeroNumber(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    if (text[i] != '0') return true;
+  }
+  return false;
+}
+
+bool isTagNumber(std::string_view text) { return text.find_first_not_of("0123456789") == std::string_view::npos; }
+
+namespace {
+// The databases whose "Tag" column held only tag numbers when their tags were last read. A
+// command reads the tags of the databases it saves, and saves them before it ends.
+std::unordered_set<const kesta*>& numbered_tags() {
+  static auto* const databases = new std::unordered_set<const kesta*>;
+  return *databases;
+}
+
+void noteTagTexts(const kesta& db, bool numbers) {
+  if (numbers) {
+    numbered_tags().insert(&db);
+  } else {
+    numbered_tags().erase(&db);
+  }
+}
+
+// The tag a "Tag" text stands for; false when the text is not a tag number.
+bool tagFromText(dbrecord& record, std::string_view text) {
+  record.set_tag(nonzeroNumber(text) ? 1 : 0);
+  return isTagNumber(text);
+}
+
+// A load's reading of the "Tag" column, record by record as they are read.
+struct TagReading {
+  bool resolved = false;
+  unsigned field = kNone;
+  bool numbers = true;
+  std::size_t seen = 0;
+};
+}  // namespace
+
 Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilter keep) {
   requireReadable(path);
   LightweightString<wchar_t> name = widePath(path);
   Zr::Ptr<kesta> db;
   std::string library_log;
   ReadMap reads;
+  TagReading tag_reading;
   {
     // The library reports a short read on standard error; the checks below say it better.
     CapturingLogSink capture;
     ReadWatch watch(path);
     db = Zr::Ptr<kesta>(new kesta());
-    // The last record read may be dropped, so a filter notes each record's line on its way.
+    // Each record passes here as it is read, its line at hand: its tag is read now rather
+    // than in a pass of its own, and its line noted, since the last one read may be dropped.
     const char* last_line = nullptr;
-    if (keep) {
-      db->set_load_filter([&last_line, inner = std::move(keep)](const Zr::Ptr<dbrecord>& record) {
-        last_line = record->heldLine().data();
-        return inner(record);
-      });
-    }
+    db->set_load_filter([&, inner = std::move(keep)](const Zr::Ptr<dbrecord>& record) {
+      last_line = record->heldLine().data();
+      if (tags == TagColumn::read) {
+        if (!tag_reading.resolved) {
+          tag_reading.resolved = true;
+          tag_reading.field = record->get_container()->get_fieldnum("Tag");
+        }
+        if (tag_reading.field != kNone) {
+          tag_reading.numbers =
+              tagFromText(*record, record->fieldView(static_cast<unsigned short>(tag_reading.field))) &&
+              tag_reading.numbers;
+        }
+        ++tag_reading.seen;
+      }
+      return !inner || inner(record);
+    });
     db->loadFromFile(name, INT_MAX, false);
     db->set_load_filter(nullptr);  // its query was made for this load
-    if (db->records_dropped() == 0) {
-      const unsigned count = db->get_num_records();
-      last_line = count == 0 ? nullptr : db->get_record(count - 1)->heldLine().data();
-    }
     library_log = capture.text();
     reads = std::move(watch).where(last_line);
   }
@@ -406,7 +457,14 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
       warn(path + " is a revision " + std::to_string(db->get_revision()) + " log; this library writes revision 1");
     }
   }
-  if (tags == TagColumn::read) tagsFromTagColumn(*db);
+  if (tags == TagColumn::read) {
+    // A CSV file's records do not pass the filter.
+    if (tag_reading.seen == db->get_num_records() + db->records_dropped()) {
+      noteTagTexts(*db, db->get_fieldnum("Tag") != kNone && tag_reading.numbers);
+    } else {
+      tagsFromTagColumn(*db);
+    }
+  }
   // A loaded log lives until the process ends: taking a million records apart one by one
   // only to hand the memory back at exit would cost a tenth of a big job's time. The holder is
   // never destroyed, so the logs stay reachable rather than leaked.
@@ -415,38 +473,17 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
   return db;
 }
 
-bool nonzeroNumber(std::string_view text) {
-  std::size_t i = 0;
-  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
-  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
-  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-    if (text[i] != '0') return true;
-  }
-  return false;
-}
-
-namespace {
-// The databases whose "Tag" column held only tag numbers when their tags were last read. A
-// command reads the tags of the databases it saves, and saves them before it ends.
-std::unordered_set<const kesta*>& numbered_tags() {
-  static auto* const databases = new std::unordered_set<const kesta*>;
-  return *databases;
-}
-}  // namespace
-
-bool isTagNumber(std::string_view text) { return text.find_first_not_of("0123456789") == std::string_view::npos; }
 
 void tagsFromTagColumn(kesta& db) {
-  numbered_tags().erase(&db);
   const unsigned field = db.get_fieldnum("Tag");
-  if (field == kNone) return;
   bool numbers = true;
   // The record was reached through the same row: storing on it is what set_tag(r) does.
-  forEachFieldText(db, static_cast<unsigned short>(field), [&](unsigned, dbrecord& record, std::string_view text) {
-    record.set_tag(nonzeroNumber(text) ? 1 : 0);
-    numbers = numbers && isTagNumber(text);
-  });
-  if (numbers) numbered_tags().insert(&db);
+  if (field != kNone) {
+    forEachFieldText(db, static_cast<unsigned short>(field), [&](unsigned, dbrecord& record, std::string_view text) {
+      numbers = tagFromText(record, text) && numbers;
+    });
+  }
+  noteTagTexts(db, field != kNone && numbers);
 }
 
 bool tagTextsAreNumbers(const kesta& db) { return numbered_tags().count(&db) != 0; }
