@@ -73,6 +73,10 @@ void KSTViewRep::teardown() noexcept {
   kst(nullptr);
   baseView(nullptr);
   fieldSpec(nullptr);
+  drop_owned();
+}
+
+void KSTViewRep::drop_owned() noexcept {
   delete field_list_;
   field_list_ = nullptr;
   delete condition_;
@@ -94,14 +98,7 @@ void KSTViewRep::init() {
   base_ = nullptr;
   db_ = nullptr;
   uses_ = 0;
-  delete field_list_;
-  field_list_ = nullptr;
-  delete condition_;
-  condition_ = nullptr;
-  delete sort_order_;
-  sort_order_ = nullptr;
-  db_guard_ = nullptr;
-  base_guard_ = nullptr;
+  drop_owned();
   internRevision();
 }
 

@@ -305,6 +305,8 @@ class KESTA_API KSTViewRep : public KSTBase, public Notifier {
   void setIdentity();
   // What the destructor does; also undoes a constructor that failed, whose destructor never runs.
   void teardown() noexcept;
+  // Deletes the field list, condition and sort order this view owns and lets its guards go.
+  void drop_owned() noexcept;
 
   uint32_t uses_ = 0;
   KSTViewRep* base_ = nullptr;
