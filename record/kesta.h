@@ -74,6 +74,8 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   const FieldNameIndex& getFieldNameIndexMap() const;
   bool set_fieldname(unsigned field, const char* name) override;
   unsigned get_fieldsize(unsigned field) const override;
+  // Every column's get_fieldsize, the records read in one pass rather than once a column.
+  std::vector<unsigned> get_fieldsizes();
   DBFieldTypes::eType get_field_type(unsigned field) const override;  // 0 out of range
   DBFieldTypes::eType get_fieldtype(unsigned field) const override;
   bool set_fieldtype(unsigned field, DBFieldTypes::eType type) override;  // 0 stores 97
@@ -230,8 +232,7 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   int32_t revision_ = 1;
   std::vector<TextSearch::Criteria> query_;
   int32_t match_options_ = 0;
-  // While the column header is written: every column's widest value, read in one pass, so
-  // that get_fieldsize need not walk all records once per column.
+  // While get_fieldsizes asks get_fieldsize: every column's widest value, read in one pass.
   const std::vector<unsigned>* field_sizes_ = nullptr;
   LoadFilter load_filter_;
   unsigned records_dropped_ = 0;

@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include "record/FieldTables.h"
+#include "record/Prefetch.h"
 #include "record/kesta.h"
 
 namespace {
@@ -77,6 +78,23 @@ unsigned kesta::get_fieldsize(unsigned field) const {
     if (length > widest) widest = length;
   }
   return widest;
+}
+
+std::vector<unsigned> kesta::get_fieldsizes() {
+  std::vector<unsigned> widest(fields_.size(), 0);
+  prefetch::walk(records(), [&](const dbrecord* record) {
+    if (record) record->widen(widest.data(), widest.size());
+  });
+  // Still asked of get_fieldsize, which a derived class may answer its own way.
+  struct ClearOnExit {
+    const std::vector<unsigned>*& slot;
+    ~ClearOnExit() { slot = nullptr; }
+  };
+  field_sizes_ = &widest;
+  const ClearOnExit done{field_sizes_};
+  std::vector<unsigned> sizes(fields_.size());
+  for (unsigned f = 0; f < sizes.size(); ++f) sizes[f] = get_fieldsize(f);
+  return sizes;
 }
 
 DBFieldTypes::eType kesta::get_field_type(unsigned field) const {

@@ -19,7 +19,6 @@
 
 #include "record/CharClass.h"
 #include "record/KestaRevision.h"
-#include "record/Prefetch.h"
 #include "record/kesta.h"
 #include "support/Log.h"
 #include "support/StringUtils.h"
@@ -105,20 +104,6 @@ void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file)
     const unsigned row = db.add_records(1);
     for (std::size_t f = 0; f < n; ++f) db.set_field(row, static_cast<unsigned>(f), pieces[f].c_str());
   }
-}
-
-struct ClearOnExit {
-  const std::vector<unsigned>*& slot;
-  ~ClearOnExit() { slot = nullptr; }
-};
-
-// Each column's widest value over the full record list, in one pass.
-std::vector<unsigned> widest_values(const RecordList& records, std::size_t columns) {
-  std::vector<unsigned> widest(columns, 0);
-  prefetch::walk(records, [&](const dbrecord* record) {
-    if (record) record->widen(widest.data(), columns);
-  });
-  return widest;
 }
 
 void append_quoted_list(std::string& line, std::size_t index, const char* text) {
@@ -310,15 +295,11 @@ void kesta::save_column_header(TextFile& file, bool namesOnly) {
   if (!namesOnly) {
     file.appendLine(std::string_view("\"KESTA\""));
 
-    // Widths are written for other readers; this reader ignores them. They still go through
-    // get_fieldsize, which a derived class may answer its own way.
-    const std::vector<unsigned> widest = widest_values(records_, fields_.size());
-    field_sizes_ = &widest;
-    const ClearOnExit done{field_sizes_};
+    // Widths are written for other readers; this reader ignores them.
+    const std::vector<unsigned> sizes = get_fieldsizes();
     for (unsigned f = 0; f < fields_.size(); ++f) {
       const unsigned minimum = static_cast<unsigned>(getMinFieldSize(fields_[f].name.c_str()));
-      const unsigned used = get_fieldsize(f);
-      append_quoted_list(line, f, std::to_string(used > minimum ? used : minimum).c_str());
+      append_quoted_list(line, f, std::to_string(sizes[f] > minimum ? sizes[f] : minimum).c_str());
     }
     file.appendLine(std::string_view(line));
 

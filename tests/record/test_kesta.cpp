@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/TestUtil.h"
 #include "record/StoreTestUtil.h"
 
 namespace {
@@ -169,6 +170,26 @@ TEST(KestaColumns, FieldSizeIsTheLongestValueOverAllRecords) {
   db.insert_records(0, 3);  // entries without a record contribute nothing
   db.get_record(0)->set_field(0, "a much longer reel name");
   EXPECT_EQ(db.get_fieldsize(0), 23u);
+  EXPECT_EQ(db.get_fieldsizes(), (std::vector<unsigned>{23, 5, 3}));
+}
+
+// Answers its own size for the middle column.
+class WideNotesKesta : public kesta {
+ public:
+  using kesta::kesta;
+  unsigned get_fieldsize(unsigned field) const override { return field == 1 ? 142 : kesta::get_fieldsize(field); }
+};
+
+TEST(KestaColumns, AllFieldSizesAtOnceAskEachColumnsOwn) {
+  auto db = makeDb<WideNotesKesta>(
+      std::vector<DBFieldDesc>{{"Reel", T::kText}, {"Notes", T::kText}, {"Who", T::kText}}, {{"A001", "n", "abcdef"}});
+  EXPECT_EQ(db->get_fieldsizes(), (std::vector<unsigned>{4, 142, 6}));
+  // The saved header's widths are the same answers (or a column's least width).
+  testutil::TempDir dir;
+  db->set_filename(dir.wfile("wide.kst"));
+  ASSERT_GT(db->save_text(), 0);
+  const std::string saved = testutil::readFile(dir.file("wide.kst"));
+  EXPECT_NE(saved.find("\"KESTA\"\n\"10\",\"142\",\"24\"\n"), std::string::npos) << saved;
 }
 
 TEST(KestaParams, AddReplaceAndRead) {

@@ -23,10 +23,11 @@ struct ColumnInfo {
 std::vector<ColumnInfo> describe_columns(kesta& db) {
   FieldMap map(db);
   std::vector<ColumnInfo> columns;
+  const std::vector<unsigned> sizes = db.get_fieldsizes();
   for (unsigned i = 0; i < db.get_num_fields(); ++i) {
     const char* name = db.get_fieldname(i);
     // The width the library writes in the header: the column's minimum, or its longest value.
-    unsigned width = std::max(static_cast<unsigned>(kesta::getMinFieldSize(name)), db.get_fieldsize(i));
+    unsigned width = std::max(static_cast<unsigned>(kesta::getMinFieldSize(name)), sizes[i]);
     columns.push_back({name, typeToken(db.get_field_type(i)), width, map.isVisible(LightweightString<char>(name))});
   }
   return columns;
