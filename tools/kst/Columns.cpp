@@ -1,5 +1,7 @@
 #include "Columns.h"
 
+#include <memory>
+
 #include "Errors.h"
 
 namespace kst {
@@ -64,20 +66,20 @@ std::string typeToken(DBFieldTypes::eType type) {
   return text;
 }
 
-Grid recordGrid(kesta& db, const std::vector<unsigned>& fields, const std::vector<unsigned>& rows) {
-  Grid grid;
-  for (unsigned f : fields) grid.headers.emplace_back(db.get_fieldname(f));
-  grid.rows.reserve(rows.size());
-  for (unsigned r : rows) {
-    std::vector<std::string> cells;
-    cells.reserve(fields.size());
+RowSource recordRows(kesta& db, const std::vector<unsigned>& fields, std::vector<unsigned> rows) {
+  RowSource table;
+  for (unsigned f : fields) table.headers.emplace_back(db.get_fieldname(f));
+  table.rows = rows.size();
+  // The record read last is held, so that the views into it stay valid until the next row.
+  auto held = std::make_shared<Zr::Ptr<dbrecord>>();
+  table.cells = [&db, fields, rows = std::move(rows), held](std::size_t r, std::vector<std::string_view>& out) {
+    *held = db.get_record(rows[r]);
     for (unsigned f : fields) {
-      LightweightString<char> text = db.getField(r, f);
-      cells.emplace_back(text.c_str(), text.size());
+      const bool has = *held && f < (*held)->get_num_fields();
+      out.push_back(has ? (*held)->fieldView(static_cast<unsigned short>(f)) : std::string_view());
     }
-    grid.rows.push_back(std::move(cells));
-  }
-  return grid;
+  };
+  return table;
 }
 
 }  // namespace kst

@@ -28,8 +28,9 @@ std::vector<unsigned> fieldMapColumns(kesta& db);
 // A column's type as its header token without quotes: "timecode", "text", "c".
 std::string typeToken(DBFieldTypes::eType type);
 
-// The texts of `fields` (headers: the column names) for the rows `rows`.
-Grid recordGrid(kesta& db, const std::vector<unsigned>& fields, const std::vector<unsigned>& rows);
+// The texts of `fields` (headers: the column names) for the rows `rows`, read from the
+// records as they are rendered. `db` must outlive the answer and stay unchanged while it is read.
+RowSource recordRows(kesta& db, const std::vector<unsigned>& fields, std::vector<unsigned> rows);
 
 }  // namespace kst
 

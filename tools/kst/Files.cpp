@@ -11,6 +11,7 @@
 
 #include "Errors.h"
 #include "LogLoader.h"
+#include "support/TextFileWriter.h"
 
 namespace kst {
 namespace {
@@ -35,11 +36,6 @@ void require_writable(const std::string& path) {
   if (::access(folder.c_str(), W_OK) != 0) throw Failure("cannot write " + path + ": " + reason(errno));
 }
 
-void write_stdout(const std::string& content) {
-  std::cout.write(content.data(), static_cast<std::streamsize>(content.size()));
-  std::cout.flush();
-  if (!std::cout) throw Failure("cannot write to standard output");
-}
 
 // A private folder for a save that goes to standard output, removed with what it holds.
 class TempFolder {
@@ -150,18 +146,30 @@ void saveLog(kesta& db, const Destination& to) {
   TempFolder folder;
   std::string path = folder.path() + "/out.kst";
   save_to_file(db, path, "standard output");
-  write_stdout(readBytes(path));
+  writeStdout(readBytes(path));
+}
+
+void writeStdout(std::string_view piece) {
+  std::cout.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+  std::cout.flush();
+  if (!std::cout) throw Failure("cannot write to standard output");
 }
 
 void writeText(const std::string& content, const Destination& to) {
+  writeText([&](const std::function<void(std::string_view)>& sink) { sink(content); }, to);
+}
+
+void writeText(const std::function<void(const std::function<void(std::string_view)>&)>& produce,
+               const Destination& to) {
   if (to.toStdout()) {
-    write_stdout(content);
+    produce(writeStdout);
     return;
   }
-  TextFile file;
-  file.appendLine(content);
+  // The library's atomic writer, fed pieces as lines without line ends.
+  TextFileWriter file(widePath(to.path()), TextFile::kEOLNone);
+  produce([&](std::string_view piece) { file.appendLine(piece); });
   errno = 0;
-  if (!file.save(widePath(to.path()), TextFile::kEOLNone)) {
+  if (!file.commit()) {
     int error = errno;
     throw Failure("could not write " + to.path() + (error != 0 ? ": " + reason(error) : std::string()));
   }

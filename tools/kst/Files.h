@@ -13,7 +13,9 @@
 #include <kesta/kesta.h>
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace kst {
 
@@ -48,6 +50,12 @@ void saveLog(kesta& db, const Destination& to);
 
 // Writes `content` to the destination (atomically for a file). Throws Failure.
 void writeText(const std::string& content, const Destination& to);
+// The same for text made a piece at a time: produce(sink) hands every piece to `sink`, and
+// the file takes their place once all are written. Throws Failure.
+void writeText(const std::function<void(const std::function<void(std::string_view)>&)>& produce,
+               const Destination& to);
+// Writes a piece of text to standard output. Throws Failure.
+void writeStdout(std::string_view piece);
 
 // The whole file. Throws Failure with the system's reason.
 std::string readBytes(const std::string& path);

@@ -47,17 +47,137 @@ void append_hex_escape(std::string& out, const char* prefix, unsigned value) {
   out += buffer;
 }
 
-// A cell as the table shows it: one line, control characters escaped, and its width, which
-// the layout needs three times.
-struct TableCell {
-  std::string text;
-  std::size_t width;
+bool has_control(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u < 0x20 || u == 0x7f;
+  });
+}
+
+// A cell as the table shows it: one line, control characters escaped. `escaped` holds the
+// text when it had to be changed.
+std::string_view shown_text(std::string_view text, std::string& escaped) {
+  if (!has_control(text)) return text;
+  escaped = escapeControls(text);
+  return escaped;
+}
+
+// Rendered text, handed on to the sink in large pieces.
+class Pieces {
+ public:
+  explicit Pieces(const TextSink& sink) : sink_(sink) {}
+  std::string& text() { return text_; }
+  void pass_on_if_large() {
+    if (text_.size() >= kPiece) pass_on();
+  }
+  void pass_on() {
+    if (!text_.empty()) sink_(text_);
+    text_.clear();
+  }
+
+ private:
+  static constexpr std::size_t kPiece = std::size_t{1} << 20;
+  const TextSink& sink_;
+  std::string text_;
 };
 
-TableCell table_cell(std::string_view text) {
-  std::string shown = escapeControls(text);
-  const std::size_t width = displayWidth(shown);
-  return TableCell{std::move(shown), width};
+// Calls fn(cells) with the header, then with each row in order.
+template <class Fn>
+void each_line(const RowSource& table, Fn fn) {
+  std::vector<std::string_view> cells(table.headers.begin(), table.headers.end());
+  fn(cells);
+  for (std::size_t r = 0; r < table.rows; ++r) {
+    cells.clear();
+    table.cells(r, cells);
+    cells.resize(table.headers.size());
+    fn(cells);
+  }
+}
+
+RowSource grid_rows(const Grid& grid) {
+  RowSource table{grid.headers, grid.rows.size(), {}};
+  table.cells = [&grid](std::size_t r, std::vector<std::string_view>& out) {
+    for (const std::string& cell : grid.rows[r]) out.emplace_back(cell);
+  };
+  return table;
+}
+
+std::string rendered(const Grid& grid, Format format, unsigned width) {
+  std::string out;
+  render(grid_rows(grid), format, width, [&](std::string_view piece) { out.append(piece); });
+  return out;
+}
+
+void append_csv_field(std::string& out, std::string_view text) {
+  if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+    out.append(text);
+    return;
+  }
+  out += '"';
+  for (char c : text) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  out += '"';
+}
+
+void append_tsv_field(std::string& out, std::string_view text) {
+  for (char c : text) {
+    switch (c) {
+      case '\t':
+        out += "\\t";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default:
+        out += c;
+    }
+  }
+}
+
+void render_separated(const RowSource& table, char separator, const char* eol,
+                      void (*field)(std::string&, std::string_view), Pieces& out) {
+  each_line(table, [&](const std::vector<std::string_view>& cells) {
+    std::string& text = out.text();
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      if (i > 0) text += separator;
+      field(text, cells[i]);
+    }
+    text += eol;
+    out.pass_on_if_large();
+  });
+}
+
+void render_json(const RowSource& table, Pieces& out) {
+  std::string& text = out.text();
+  if (table.rows == 0) {
+    text += "[]\n";
+    return;
+  }
+  text += "[\n";
+  std::vector<std::string_view> cells;
+  for (std::size_t r = 0; r < table.rows; ++r) {
+    cells.clear();
+    table.cells(r, cells);
+    cells.resize(table.headers.size());
+    text += "  {";
+    for (std::size_t i = 0; i < table.headers.size(); ++i) {
+      if (i > 0) text += ", ";
+      appendJsonString(text, table.headers[i]);
+      text += ": ";
+      appendJsonString(text, cells[i]);
+    }
+    text += r + 1 < table.rows ? "},\n" : "}\n";
+    out.pass_on_if_large();
+  }
+  text += "]\n";
 }
 
 // `text` cut to `width` code points, the last of them "…" when anything was cut.
@@ -119,37 +239,15 @@ std::size_t displayWidth(std::string_view text) {
 }
 
 std::string csvField(std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
-  std::string out = "\"";
-  for (char c : text) {
-    if (c == '"') out += '"';
-    out += c;
-  }
-  out += '"';
+  std::string out;
+  append_csv_field(out, text);
   return out;
 }
 
 std::string tsvField(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  for (char c : text) {
-    switch (c) {
-      case '\t':
-        out += "\\t";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      default:
-        out += c;
-    }
-  }
+  append_tsv_field(out, text);
   return out;
 }
 
@@ -190,116 +288,82 @@ void appendJsonString(std::string& out, std::string_view text) {
   out += '"';
 }
 
-std::string renderCsv(const Grid& grid) {
-  std::string out;
-  auto line = [&](const std::vector<std::string>& cells) {
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-      if (i > 0) out += ',';
-      out += csvField(cells[i]);
-    }
-    out += "\r\n";
-  };
-  line(grid.headers);
-  for (const auto& row : grid.rows) line(row);
-  return out;
-}
+std::string renderCsv(const Grid& grid) { return rendered(grid, Format::kCsv, 0); }
+std::string renderTsv(const Grid& grid) { return rendered(grid, Format::kTsv, 0); }
+std::string renderJson(const Grid& grid) { return rendered(grid, Format::kJson, 0); }
+std::string renderTable(const Grid& grid, unsigned width) { return rendered(grid, Format::kTable, width); }
+std::string render(const Grid& grid, Format format, unsigned width) { return rendered(grid, format, width); }
 
-std::string renderTsv(const Grid& grid) {
-  std::string out;
-  auto line = [&](const std::vector<std::string>& cells) {
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-      if (i > 0) out += '\t';
-      out += tsvField(cells[i]);
-    }
-    out += '\n';
-  };
-  line(grid.headers);
-  for (const auto& row : grid.rows) line(row);
-  return out;
-}
+namespace {
 
-std::string renderJson(const Grid& grid) {
-  if (grid.rows.empty()) return "[]\n";
-  std::string out = "[\n";
-  for (std::size_t r = 0; r < grid.rows.size(); ++r) {
-    out += "  {";
-    for (std::size_t i = 0; i < grid.headers.size(); ++i) {
-      if (i > 0) out += ", ";
-      appendJsonString(out, grid.headers[i]);
-      out += ": ";
-      appendJsonString(out, i < grid.rows[r].size() ? grid.rows[r][i] : std::string());
-    }
-    out += r + 1 < grid.rows.size() ? "},\n" : "}\n";
-  }
-  out += "]\n";
-  return out;
-}
-
-std::string renderTable(const Grid& grid, unsigned width) {
-  const std::size_t columns = grid.headers.size();
-  if (columns == 0) return {};
-  std::vector<std::vector<TableCell>> cells;
-  cells.reserve(grid.rows.size() + 1);
-  cells.emplace_back();
-  for (const auto& h : grid.headers) cells[0].push_back(table_cell(h));
-  for (const auto& row : grid.rows) {
-    cells.emplace_back();
-    cells.back().reserve(columns);
-    for (std::size_t i = 0; i < columns; ++i) cells.back().push_back(table_cell(i < row.size() ? row[i] : ""));
-  }
+void render_table(const RowSource& table, unsigned width, Pieces& out) {
+  const std::size_t columns = table.headers.size();
+  if (columns == 0) return;
+  std::string escaped;
   std::vector<std::size_t> natural(columns, 0);
-  for (const auto& row : cells) {
-    for (std::size_t i = 0; i < columns; ++i) natural[i] = std::max(natural[i], row[i].width);
-  }
+  each_line(table, [&](const std::vector<std::string_view>& cells) {
+    for (std::size_t i = 0; i < columns; ++i) natural[i] = std::max(natural[i], displayWidth(shown_text(cells[i], escaped)));
+  });
   std::vector<std::size_t> widths = fitted_widths(natural, width);
   const std::size_t shown = widths.size();
 
-  std::string out;
-  std::string text;
-  auto line = [&](const std::vector<TableCell>& row) {
-    text.clear();
+  std::string cut;
+  auto line = [&](const std::vector<std::string_view>& cells) {
+    std::string& text = out.text();
+    const std::size_t start = text.size();
     for (std::size_t i = 0; i < shown; ++i) {
-      std::size_t used = row[i].width;
-      if (used <= widths[i]) {
-        text += row[i].text;
-      } else {
-        const std::string cut = fit(row[i].text, widths[i]);
-        text += cut;
+      std::string_view cell = shown_text(cells[i], escaped);
+      std::size_t used = displayWidth(cell);
+      if (used > widths[i]) {
+        cut = fit(std::string(cell), widths[i]);
+        cell = cut;
         used = displayWidth(cut);
       }
+      text.append(cell);
       if (i + 1 < shown) text.append(widths[i] - used + 2, ' ');
     }
-    while (!text.empty() && text.back() == ' ') text.pop_back();
-    out += text;
-    out += '\n';
+    while (text.size() > start && text.back() == ' ') text.pop_back();
+    text += '\n';
+    out.pass_on_if_large();
   };
-  line(cells[0]);
-  std::vector<TableCell> rule;
-  for (std::size_t w : widths) rule.push_back(TableCell{std::string(w, '-'), w});
-  line(rule);
-  for (std::size_t r = 1; r < cells.size(); ++r) line(cells[r]);
+  bool first = true;
+  each_line(table, [&](const std::vector<std::string_view>& cells) {
+    line(cells);
+    if (!first) return;
+    first = false;
+    std::vector<std::string> rule_texts;
+    for (std::size_t w : widths) rule_texts.emplace_back(w, '-');
+    line(std::vector<std::string_view>(rule_texts.begin(), rule_texts.end()));
+  });
   if (shown < columns) {
     // Appended piece by piece: g++ 12 at -O3 reports a false overlap (-Wrestrict) for the
     // concatenated temporary.
-    out += '(';
-    out += std::to_string(columns - shown);
-    out += " more columns not shown)\n";
+    std::string& text = out.text();
+    text += '(';
+    text += std::to_string(columns - shown);
+    text += " more columns not shown)\n";
   }
-  return out;
 }
 
-std::string render(const Grid& grid, Format format, unsigned width) {
+}  // namespace
+
+void render(const RowSource& table, Format format, unsigned width, const TextSink& sink) {
+  Pieces out(sink);
   switch (format) {
     case Format::kCsv:
-      return renderCsv(grid);
+      render_separated(table, ',', "\r\n", append_csv_field, out);
+      break;
     case Format::kTsv:
-      return renderTsv(grid);
+      render_separated(table, '\t', "\n", append_tsv_field, out);
+      break;
     case Format::kJson:
-      return renderJson(grid);
+      render_json(table, out);
+      break;
     case Format::kTable:
+      render_table(table, width, out);
       break;
   }
-  return renderTable(grid, width);
+  out.pass_on();
 }
 
 unsigned terminalWidth() {

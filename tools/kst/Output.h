@@ -9,6 +9,7 @@
 // Texts are bytes, normally UTF-8. The table counts one column per code point; JSON output is
 // always valid UTF-8, with a byte that is not part of a UTF-8 sequence read as Latin-1.
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,18 @@ struct Grid {
   std::vector<std::string> headers;
   std::vector<std::vector<std::string>> rows;  // each as long as `headers`
 };
+
+// A table whose rows are made one at a time, so that a large one is never held whole in
+// memory: cells(r, out) fills `out` with row r's texts, one per header, which stay valid until
+// the next call.
+struct RowSource {
+  std::vector<std::string> headers;
+  std::size_t rows = 0;
+  std::function<void(std::size_t row, std::vector<std::string_view>& out)> cells;
+};
+
+// Where rendered text goes, a piece at a time.
+using TextSink = std::function<void(std::string_view)>;
 
 // One CSV field: quoted (quotes doubled) when it holds a comma, a quote or a line break.
 std::string csvField(std::string_view text);
@@ -46,6 +59,8 @@ std::string renderJson(const Grid& grid);
 // Control characters in cells show as \n, \t, \r or \xNN.
 std::string renderTable(const Grid& grid, unsigned width);
 std::string render(const Grid& grid, Format format, unsigned width);
+// The same, streamed: a table reads its rows twice (widths first), the other formats once.
+void render(const RowSource& table, Format format, unsigned width, const TextSink& out);
 
 // The width of the terminal on standard output; 0 when standard output is not a terminal.
 unsigned terminalWidth();

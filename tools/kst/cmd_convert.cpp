@@ -210,7 +210,7 @@ void addConvertCommand(CLI::App& app, CommandTable& table) {
       std::vector<unsigned> rows;
       for (unsigned r = 0; r < db->get_num_records(); ++r) rows.push_back(r);
       Format format = out_kind == Kind::kCsv ? Format::kCsv : out_kind == Kind::kTsv ? Format::kTsv : Format::kJson;
-      writeText(render(recordGrid(*db, fields, rows), format, 0), to);
+      writeText([&](const TextSink& sink) { render(recordRows(*db, fields, std::move(rows)), format, 0, sink); }, to);
     }
     if (!to.toStdout()) {
       note("wrote " + std::to_string(db->get_num_records()) + " records to " + options->out);

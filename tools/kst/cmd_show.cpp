@@ -1,10 +1,10 @@
 // kst show: the records of a log as a table, CSV, TSV or JSON.
 
-#include <iostream>
 #include <memory>
 
 #include "Columns.h"
 #include "Commands.h"
+#include "Files.h"
 #include "LogLoader.h"
 #include "Output.h"
 #include "Text.h"
@@ -36,7 +36,7 @@ void printRecords(kesta& db, const std::string& path, const DisplayOptions& opti
     if (!tagged_only || db.get_tag(r) != 0) rows.push_back(r);
   }
   unsigned width = options.width >= 0 ? static_cast<unsigned>(options.width) : terminalWidth();
-  std::cout << render(recordGrid(db, fields, rows), formatFromName(options.format), width);
+  render(recordRows(db, fields, std::move(rows)), formatFromName(options.format), width, writeStdout);
 }
 
 void addShowCommand(CLI::App& app, CommandTable& table) {
