@@ -75,6 +75,40 @@ TEST_F(KstCommands, ShowPrintsEachFormatFitsAWidthAndFollowsTheFieldMap) {
   }
 }
 
+// Output larger than the pieces it is written in: every row arrives whole, in order, laid out
+// as in a small table.
+TEST_F(KstCommands, ShowAndConvertStreamLargeOutputWhole) {
+  constexpr int kRows = 20000;  // about 2 MB of table
+  std::vector<Strings> rows;
+  const std::string notes(60, 'n');
+  for (int i = 0; i < kRows; ++i) {
+    char name[16];
+    std::snprintf(name, sizeof name, "clip %05d", i);
+    rows.push_back({name, i % 2 ? "A2" : "A010", "01:00:05:00", "01:00:20:00", notes + (i % 3 ? "" : ", x"), "0"});
+  }
+  const std::string file = put("big.kst", logText({"KESTA:Rev 1"}, kTypes, kNames, rows));
+  Result table = kst({"show", file, "--width", "0"});
+  Result csv = kst({"convert", file, path("big.csv")}, {"big.csv"});
+  ASSERT_EQ(table.status, 0) << table.err;
+  ASSERT_EQ(csv.status, 0) << csv.err;
+  const Strings shown = lines(table.out);
+  const Strings written = lines(read("big.csv"));
+  ASSERT_EQ(shown.size(), kRows + 2u);
+  ASSERT_EQ(written.size(), kRows + 1u);
+  EXPECT_EQ(shown[0], "Name        Reel  Start time   End time     Notes" + std::string(60, ' ') + "Tag");
+  for (int i = 0; i < kRows; ++i) {
+    const Strings& row = rows[static_cast<std::size_t>(i)];
+    const bool comma = i % 3 == 0;
+    const std::string reel = row[1] + std::string(6 - row[1].size(), ' ');
+    EXPECT_EQ(shown[static_cast<std::size_t>(i) + 2],
+              row[0] + "  " + reel + row[2] + "  " + row[3] + "  " + row[4] + (comma ? "  " : "     ") + "0")
+        << i;
+    EXPECT_EQ(written[static_cast<std::size_t>(i) + 1],
+              row[0] + "," + row[1] + "," + row[2] + "," + row[3] + "," + (comma ? "\"" + row[4] + "\"" : row[4]) + ",0\r")
+        << i;
+  }
+}
+
 TEST_F(KstCommands, InfoDescribesTheLog) {
   std::string file = clips("clips.kst", {"KESTA:Rev 1", "Mode:x", "V5_FIELD_MAP:1 -2"});
   Result info = kst({"info", file});
