@@ -4,11 +4,13 @@
 
 #include "record/dbrecord.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <vector>
 #include <strings.h>
 
 #include "record/CharClass.h"
@@ -139,6 +141,31 @@ bool dbrecord::setField(unsigned short i, const LightweightString<char>& s) {
   own_fields()[i] = s;
   mark_changed();
   return true;
+}
+
+void dbrecord::setFields(const std::string_view* texts, unsigned short n) {
+  n = std::min(n, get_num_fields());
+  unsigned short first = 0;
+  while (first < n && fieldView(first) == texts[first]) ++first;
+  if (first == n) return;
+  // Reused from record to record, as the line reader's.
+  [[gnu::tls_model("initial-exec")]] thread_local LightweightString<char>::Batch batch;
+  [[gnu::tls_model("initial-exec")]] thread_local std::vector<LightweightString<char>> made;
+  batch.clear();
+  for (unsigned short i = 0; i < n; ++i) {
+    const std::size_t size = texts[i].size();
+    if (size != 0) std::memcpy(batch.reserve(size), texts[i].data(), size);
+    batch.commit(size);
+  }
+  made.resize(n);
+  batch.assign(made.data());
+  std::vector<LightweightString<char>>& fields = own_fields();
+  for (unsigned short i = first; i < n; ++i) {
+    if (fields[i].view() != texts[i]) fields[i].swap(made[i]);
+  }
+  // What was not stored lets its share of the block go now.
+  for (LightweightString<char>& left : made) left.clear();
+  mark_changed();
 }
 
 void dbrecord::clear() {

@@ -90,6 +90,9 @@ class KESTA_API dbrecord : public iObject {
   bool set_field(int i, bool value);      // "t" or "f"
   // Stores `s` (sharing it) only when it differs; marks changed only then. False out of range.
   bool setField(unsigned short i, const LightweightString<char>& s);
+  // Stores texts[i] into field i, for i < n and within the record, as setField would each,
+  // their strings made in one shared allocation: for a caller filling many records at once.
+  void setFields(const std::string_view* texts, unsigned short n);
 
   // Empties every field; the count stays. Does not mark changed.
   void clear();

@@ -69,6 +69,7 @@ TEST(DbRecord, SettersStoreTrimAndFormat) {
 // Each operation runs on a record of "a", "", "c" held by a fresh database.
 TEST(DbRecord, ChangedMarksOnRecordAndDatabase) {
   using S = LightweightString<char>;
+  using Views = std::vector<std::string_view>;
   struct Case {
     const char* what;
     std::function<bool(dbrecord&)> op;
@@ -87,6 +88,11 @@ TEST(DbRecord, ChangedMarksOnRecordAndDatabase) {
       {"setField different", OP(r.setField(1, S(" b"))), true, true, {"a", " b", "c"}},
       {"setField empties", OP(r.setField(0, S())), true, true, {"", "", "c"}},
       {"setField past the end", OP(r.setField(3, S("z"))), false, false, {"a", "", "c"}},
+      {"setFields equal", OP((r.setFields(Views{"a", "", "c"}.data(), 3), true)), true, false, {"a", "", "c"}},
+      {"setFields different", OP((r.setFields(Views{"a", " b", "z"}.data(), 3), true)), true, true, {"a", " b", "z"}},
+      {"setFields empties", OP((r.setFields(Views{"", "", "c"}.data(), 3), true)), true, true, {"", "", "c"}},
+      {"setFields fewer", OP((r.setFields(Views{"q"}.data(), 1), true)), true, true, {"q", "", "c"}},
+      {"setFields past the end", OP((r.setFields(Views{"a", "", "c", "d"}.data(), 4), true)), true, false, {"a", "", "c"}},
       {"typed setter", OP(r.set_field(1, 5)), true, true, {"a", "5", "c"}},
       {"clear", OP((r.clear(), true)), true, false, {"", "", ""}},
       {"removeField", OP((r.removeField(0), true)), true, false, {"", "c"}},
@@ -108,6 +114,15 @@ TEST(DbRecord, ChangedMarksOnRecordAndDatabase) {
     EXPECT_EQ(r->get_container(), &db) << c.what;
   }
   EXPECT_FALSE(source.changed());
+
+  // setFields copies its texts: the record keeps them after their source changes.
+  Zr::Ptr<dbrecord> r = recordOf({"a", "b"});
+  std::string first = "first", second = "second";
+  const std::string_view views[] = {first, second};
+  r->setFields(views, 2);
+  first.assign("xxxxx");
+  second.assign(40, 'y');
+  EXPECT_EQ(fieldsOf(*r), (Strings{"first", "second"}));
 }
 
 #undef OP

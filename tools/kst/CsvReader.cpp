@@ -17,9 +17,8 @@ std::size_t after_bom(const std::string& bytes) {
 // What libcsv's callbacks collect. They run inside C code, so they never throw: a failed
 // allocation is noted and reported after the call.
 struct CsvState {
-  std::vector<std::vector<std::string>> rows;
+  CellTable rows;
   std::vector<unsigned> starts;
-  std::vector<std::string> current;
   bool open = false;   // a record has begun and not ended
   unsigned start = 0;  // the line it began on
   unsigned line = 0;   // the line being parsed
@@ -35,7 +34,8 @@ void on_field(void* text, std::size_t length, void* data) {
     state.start = state.line;
   }
   try {
-    state.current.emplace_back(length ? static_cast<const char*>(text) : "", length);
+    if (length) state.rows.append(std::string_view(static_cast<const char*>(text), length));
+    state.rows.endCell();
   } catch (...) {
     state.out_of_memory = true;
   }
@@ -46,12 +46,11 @@ void on_record(int, void* data) {
   ++state.events;
   if (!state.open) state.start = state.line;
   try {
-    state.rows.push_back(std::move(state.current));
+    state.rows.endRow();
     state.starts.push_back(state.start);
   } catch (...) {
     state.out_of_memory = true;
   }
-  state.current.clear();
   state.open = false;
 }
 
@@ -60,28 +59,27 @@ int no_blanks(unsigned char) { return 0; }
 
 bool is_blank_line(std::string_view chunk) { return chunk == "\n" || chunk == "\r\n" || chunk.empty(); }
 
-// Every record as long as the header: short ones filled with empty fields; long ones cut when
-// what is cut is empty (spreadsheets add trailing separators), else an error.
-InputTable normalise(std::vector<std::vector<std::string>> rows, std::vector<unsigned> starts,
-                     const std::string& path) {
-  if (rows.empty()) throw Failure(path + " has no header line naming the columns");
+// The first row names the columns. Longer rows are cut when what is cut is empty
+// (spreadsheets add trailing separators), else an error; shorter ones read as filled with
+// empty fields.
+InputTable normalise(CellTable rows, std::vector<unsigned> starts, const std::string& path) {
+  if (rows.rows() == 0) throw Failure(path + " has no header line naming the columns");
   InputTable table;
-  table.grid.headers = std::move(rows[0]);
-  const std::size_t columns = table.grid.headers.size();
-  for (std::size_t r = 1; r < rows.size(); ++r) {
-    auto& row = rows[r];
-    if (row.size() > columns) {
-      for (std::size_t i = columns; i < row.size(); ++i) {
-        if (!row[i].empty()) {
-          throw Failure(path + ", line " + std::to_string(starts[r]) + ": a record with " + std::to_string(row.size()) +
-                        " fields; the header has " + std::to_string(columns));
-        }
+  const std::size_t columns = rows.width(0);
+  for (std::size_t i = 0; i < columns; ++i) table.headers.emplace_back(rows.cell(0, i));
+  for (std::size_t r = 1; r < rows.rows(); ++r) {
+    const std::size_t width = rows.width(r);
+    for (std::size_t i = columns; i < width; ++i) {
+      if (!rows.cell(r, i).empty()) {
+        throw Failure(path + ", line " + std::to_string(starts[r]) + ": a record with " + std::to_string(width) +
+                      " fields; the header has " + std::to_string(columns));
       }
     }
-    row.resize(columns);
-    table.grid.rows.push_back(std::move(row));
-    table.lines.push_back(starts[r]);
   }
+  rows.dropFirstRow();
+  table.rows = std::move(rows);
+  starts.erase(starts.begin());
+  table.lines = std::move(starts);
   return table;
 }
 
@@ -136,7 +134,7 @@ InputTable readCsv(const std::string& bytes, const std::string& path) {
 }
 
 InputTable readTsv(const std::string& bytes, const std::string& path) {
-  std::vector<std::vector<std::string>> rows;
+  CellTable rows;
   std::vector<unsigned> starts;
   unsigned line = 0;
   for (std::size_t at = after_bom(bytes); at < bytes.size();) {
@@ -147,35 +145,35 @@ InputTable readTsv(const std::string& bytes, const std::string& path) {
     ++line;
     if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
     if (text.empty()) continue;
-    std::vector<std::string> fields(1);
     for (std::size_t i = 0; i < text.size(); ++i) {
       char c = text[i];
       if (c == '\t') {
-        fields.emplace_back();
+        rows.endCell();
       } else if (c == '\\' && i + 1 < text.size()) {
         char next = text[++i];
         switch (next) {
           case 't':
-            fields.back() += '\t';
+            rows.append('\t');
             break;
           case 'n':
-            fields.back() += '\n';
+            rows.append('\n');
             break;
           case 'r':
-            fields.back() += '\r';
+            rows.append('\r');
             break;
           case '\\':
-            fields.back() += '\\';
+            rows.append('\\');
             break;
           default:
-            fields.back() += c;
-            fields.back() += next;
+            rows.append(c);
+            rows.append(next);
         }
       } else {
-        fields.back() += c;
+        rows.append(c);
       }
     }
-    rows.push_back(std::move(fields));
+    rows.endCell();
+    rows.endRow();
     starts.push_back(line);
   }
   return normalise(std::move(rows), std::move(starts), path);

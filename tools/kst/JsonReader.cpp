@@ -23,7 +23,11 @@ class JsonParser {
       for (;;) {
         skip_blanks();
         table.lines.push_back(line_at(at_));
-        table.grid.rows.push_back(parse_record(table.grid.headers));
+        for (const std::string& value : parse_record(table.headers)) {
+          table.rows.append(value);
+          table.rows.endCell();
+        }
+        table.rows.endRow();
         skip_blanks();
         if (peek() == ',') {
           ++at_;
@@ -37,8 +41,7 @@ class JsonParser {
     }
     skip_blanks();
     if (at_ < text_.size()) fail("text after the closing ']'");
-    if (table.grid.headers.empty()) throw Failure(path_ + " holds no record, so it names no columns");
-    for (auto& row : table.grid.rows) row.resize(table.grid.headers.size());
+    if (table.headers.empty()) throw Failure(path_ + " holds no record, so it names no columns");
     return table;
   }
 

@@ -465,12 +465,14 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
       tagsFromTagColumn(*db);
     }
   }
-  // A loaded log lives until the process ends: taking a million records apart one by one
-  // only to hand the memory back at exit would cost a tenth of a big job's time. The holder is
-  // never destroyed, so the logs stay reachable rather than leaked.
+  keepUntilExit(db);
+  return db;
+}
+
+void keepUntilExit(const Zr::Ptr<kesta>& db) {
+  // The holder is never destroyed, so the logs stay reachable rather than leaked.
   static auto* const kept = new std::vector<Zr::Ptr<kesta>>;
   kept->push_back(db);
-  return db;
 }
 
 

@@ -34,6 +34,11 @@ void requireReadable(const std::string& path);
 enum class TagColumn { read, unread };
 Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags = TagColumn::read, kesta::LoadFilter keep = {});
 
+// Keeps `db` alive until the process ends: taking a million records apart one by one only to
+// hand the memory back at exit would cost a tenth of a big job's time. loadLog keeps the logs
+// it loads.
+void keepUntilExit(const Zr::Ptr<kesta>& db);
+
 // Whether strtol(text, nullptr, 10) is non-zero: blanks, a sign, then a run of digits not all
 // zero. Reads a view, so that a record that keeps its line stays whole.
 bool nonzeroNumber(std::string_view text);

@@ -10,13 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "Output.h"
+#include "CellTable.h"
 
 namespace kst {
 
 struct InputTable {
-  Grid grid;                    // headers: the column names; rows: the records
-  std::vector<unsigned> lines;  // the line each record starts on, 1-based
+  std::vector<std::string> headers;  // the column names
+  CellTable rows;                    // the records
+  std::vector<unsigned> lines;       // the line each record starts on, 1-based
 };
 
 // The first record holds the column names. Quotes are removed; quoted commas, quotes and line

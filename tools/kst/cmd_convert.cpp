@@ -1,6 +1,7 @@
 // kst convert: logs to and from RFC 4180 CSV, TSV and JSON. Tables are read by the tool's own
 // readers (CSV through libcsv) and the log is built and saved with the library's operations.
 
+#include <algorithm>
 #include <memory>
 
 #include "Columns.h"
@@ -38,8 +39,8 @@ Kind kind_of(const std::string& path, const std::string& given, const char* opti
 }
 
 // Refuses names the log's header cannot carry: it writes them between quotes, unescaped.
-void check_names(const Grid& grid, const std::string& path) {
-  for (const auto& name : grid.headers) {
+void check_names(const std::vector<std::string>& headers, const std::string& path) {
+  for (const auto& name : headers) {
     if (name.find_first_of("\"\r\n") != std::string::npos) {
       throw Failure(path + ": the column name " + inQuotes(name) +
                     " cannot be kept in a log header (it holds a double quote or a line break)");
@@ -69,7 +70,7 @@ void copy_field_map(kesta& db, kesta& model) {
 // load back.
 Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model) {
   std::vector<DBFieldDesc> columns;
-  for (const auto& name : table.grid.headers) {
+  for (const auto& name : table.headers) {
     DBFieldTypes::eType type = DBFieldTypes::kText;
     if (model) {
       unsigned f = model->get_fieldnum(LightweightString<char>(name.c_str()));
@@ -87,16 +88,15 @@ Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model) {
     }
     copy_field_map(*db, *model);
   }
-  const auto& rows = table.grid.rows;
-  if (!rows.empty()) db->add_records(static_cast<int>(rows.size()));
-  for (std::size_t r = 0; r < rows.size(); ++r) {
-    for (std::size_t f = 0; f < rows[r].size(); ++f) {
-      const std::string& value = rows[r][f];
-      db->setField(static_cast<unsigned>(r), static_cast<unsigned>(f),
-                   LightweightString<char>(value.data(), value.size()));
-    }
+  const CellTable& rows = table.rows;
+  if (rows.rows() != 0) db->add_records(static_cast<int>(rows.rows()));
+  std::vector<std::string_view> values(table.headers.size());
+  for (std::size_t r = 0; r < rows.rows(); ++r) {
+    for (std::size_t f = 0; f < values.size(); ++f) values[f] = rows.cell(r, f);
+    db->get_record(static_cast<unsigned>(r))->setFields(values.data(), static_cast<unsigned short>(values.size()));
   }
   tagsFromTagColumn(*db);
+  keepUntilExit(db);
   return db;
 }
 
@@ -104,30 +104,38 @@ Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model) {
 // a value too long for a field is an error (the log would not load whole), one that reads back
 // changed (blanks at either end, carriage returns, a backslash before "n") is a warning.
 void check_values(kesta& db, const InputTable& table, const std::string& path) {
-  for (std::size_t r = 0; r < table.grid.rows.size(); ++r) {
-    for (std::size_t f = 0; f < table.grid.rows[r].size(); ++f) {
-      if (table.grid.rows[r][f].size() > kMaxFieldBytes) {
+  for (std::size_t r = 0; r < table.rows.rows(); ++r) {
+    for (std::size_t f = 0; f < table.headers.size(); ++f) {
+      const std::size_t size = table.rows.cell(r, f).size();
+      if (size > kMaxFieldBytes) {
         throw Failure(path + ", line " + std::to_string(table.lines[r]) + ": the value of " +
-                      inQuotes(table.grid.headers[f]) + " is " + std::to_string(table.grid.rows[r][f].size()) +
-                      " bytes long; a log keeps at most " + std::to_string(kMaxFieldBytes) + " bytes in a field");
+                      inQuotes(table.headers[f]) + " is " + std::to_string(size) + " bytes long; a log keeps at most " +
+                      std::to_string(kMaxFieldBytes) + " bytes in a field");
       }
     }
   }
+  // A few thousand records at a time, so that the lines are never all held at once.
+  constexpr unsigned kChunk = 4096;
+  const unsigned records = db.get_num_records();
   TextFile lines;
-  for (unsigned r = 0; r < db.get_num_records(); ++r) {
-    Zr::Ptr<dbrecord> copy(new dbrecord(*db.get_record(r)));
-    copy->write(lines);
-  }
   Zr::Ptr<dbrecord> back(new dbrecord(0));
   unsigned changed = 0;
   std::string first;
-  for (unsigned r = 0; r < db.get_num_records(); ++r) {
-    back->read(lines);
-    Zr::Ptr<dbrecord> record = db.get_record(r);
-    for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
-      if (back->getField(f) == record->getField(f)) continue;
-      if (changed++ == 0)
-        first = "line " + std::to_string(table.lines[r]) + ", column " + inQuotes(db.get_fieldname(f));
+  for (unsigned from = 0; from < records; from += kChunk) {
+    const unsigned to = std::min(records, from + kChunk);
+    lines.clear();
+    for (unsigned r = from; r < to; ++r) {
+      Zr::Ptr<dbrecord> copy(new dbrecord(*db.get_record(r)));  // a write clears the changed mark
+      copy->write(lines);
+    }
+    for (unsigned r = from; r < to; ++r) {
+      back->read(lines);
+      Zr::Ptr<dbrecord> record = db.get_record(r);
+      for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
+        if (back->fieldView(f) == record->fieldView(f)) continue;
+        if (changed++ == 0)
+          first = "line " + std::to_string(table.lines[r]) + ", column " + inQuotes(db.get_fieldname(f));
+      }
     }
   }
   if (changed > 0) {
@@ -193,7 +201,7 @@ void addConvertCommand(CLI::App& app, CommandTable& table) {
       input = in_kind == Kind::kCsv   ? readCsv(bytes, options->in)
               : in_kind == Kind::kTsv ? readTsv(bytes, options->in)
                                       : readJson(bytes, options->in);
-      if (out_kind == Kind::kLog) check_names(input.grid, options->in);
+      if (out_kind == Kind::kLog) check_names(input.headers, options->in);
       db = build_log(input, model.get());
     }
 

@@ -1,0 +1,44 @@
+#ifndef KESTA_TOOLS_KST_CELLTABLE_H
+#define KESTA_TOOLS_KST_CELLTABLE_H
+// A table read from a file, its cells in one buffer.
+//
+//   kst::CellTable rows;
+//   rows.append("A001"); rows.endCell(); rows.endCell(); rows.endRow();   // "A001", ""
+//   rows.cell(0, 0) == "A001" && rows.cell(0, 5).empty()
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kst {
+
+// Rows of texts kept in one buffer, so that a table of a million rows is not a million vectors
+// of strings. A row may hold fewer cells than another; the missing ones read as empty.
+class CellTable {
+ public:
+  std::size_t rows() const noexcept { return row_ends_.size() - first_; }
+  // The cells of `row`, and cell `column` of it ("" past its end).
+  std::size_t width(std::size_t row) const noexcept;
+  std::string_view cell(std::size_t row, std::size_t column) const noexcept;
+
+  // Building: the bytes of the cell being made, then its end, then the row's end.
+  void append(char c) { text_ += c; }
+  void append(std::string_view bytes) { text_.append(bytes); }
+  void endCell() { cell_ends_.push_back(text_.size()); }
+  void endRow() { row_ends_.push_back(cell_ends_.size()); }
+  // The first row is no longer one of the rows (its cells stay readable until then).
+  void dropFirstRow() noexcept { ++first_; }
+
+ private:
+  std::size_t first_cell(std::size_t row) const noexcept { return row == 0 ? 0 : row_ends_[row - 1]; }
+
+  std::string text_;
+  std::vector<std::size_t> cell_ends_;  // where each cell's bytes end in text_
+  std::vector<std::size_t> row_ends_;   // the number of cells up to each row's end
+  std::size_t first_ = 0;               // rows dropped from the front
+};
+
+}  // namespace kst
+
+#endif
