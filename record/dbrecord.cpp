@@ -45,8 +45,24 @@ constexpr std::size_t kPrimaryLabels = 6;
 
 dbrecord::dbrecord(unsigned short n) : fields_(n) {}
 
-dbrecord::dbrecord(const dbrecord& other)
-    : Zr::InternalRefCount(), iVirtual(), iObject(), fields_(other.fields()) {}
+dbrecord::dbrecord(const dbrecord& other) : Zr::InternalRefCount(), iVirtual(), iObject() {
+  // A record that still keeps its line lends the copy that line: nothing is taken apart. Its
+  // line is never changed while it is held, even by a reader taking it apart meanwhile.
+  if (other.form_.load(std::memory_order_acquire) == kLine) {
+    line_.text = other.line_.text;
+    line_.at = other.line_.at;
+    line_.length = other.line_.length;
+    line_.fields = other.line_.fields;
+    std::memcpy(line_.near_starts, other.line_.near_starts, sizeof line_.near_starts);
+    if (other.line_.far_starts) {
+      line_.far_starts.reset(new uint16_t[line_.fields - 1u]);
+      std::memcpy(line_.far_starts.get(), other.line_.far_starts.get(), (line_.fields - 1u) * sizeof(uint16_t));
+    }
+    form_.store(kLine, std::memory_order_release);
+    return;
+  }
+  fields_ = other.fields();
+}
 
 dbrecord::~dbrecord() = default;
 

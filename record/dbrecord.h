@@ -41,7 +41,8 @@ class KESTA_API dbrecord : public iObject {
  public:
   // `n` empty fields, no container, changed mark and tag 0.
   explicit dbrecord(unsigned short n);
-  // The same field strings (shared), no container, changed mark and tag 0.
+  // The same texts, shared (the same field strings, or the same held line), no container,
+  // changed mark and tag 0.
   dbrecord(const dbrecord& other);
   ~dbrecord() override;
   // Resizes to other's field count and stores each of other's texts with set_field(i, text,

@@ -105,6 +105,47 @@ TEST(SameAnswers, LookupsWidthsAndTagging) {
   }
 }
 
+// Copies of records that keep their line keep it too, and stand alone as any copy does.
+TEST(SameAnswers, CopiesKeepTheLinesAndStandAlone) {
+  for (int kind = 1; kind < 4; kind += 2) {
+    SCOPED_TRACE("kind " + std::to_string(kind));
+    auto ref = build(0, 2), db = build(kind, 2);
+    const unsigned held = heldCount(*db);
+    kesta ref_copy(*ref, 1);
+    Zr::Ptr<kesta> copy(new kesta(*db, 1));
+    Zr::Ptr<kesta> appended(new kesta(kFields));
+    ASSERT_EQ(appended->add_kesta(db.get()), static_cast<int>(db->get_num_records()));
+    EXPECT_EQ(heldCount(*copy), held) << "the copy took records apart";
+    EXPECT_EQ(heldCount(*appended), held) << "add_kesta took records apart";
+    const Strings notes = columnOf(*db, 4);
+    copy->set_field(0, 4, "changed in the copy");
+    db->set_field(1, 4, "changed in the original");
+    EXPECT_EQ(columnOf(*appended, 4), notes);
+    db = nullptr;  // the copies outlive the records they were made from
+    for (unsigned f = 0; f < kFields.size(); ++f) {
+      if (f != 4) {
+        EXPECT_EQ(columnOf(*copy, f), columnOf(ref_copy, f)) << f;
+      }
+      EXPECT_EQ(columnOf(*appended, f), columnOf(*ref, f)) << f;
+    }
+    EXPECT_EQ(copy->getField(0, 4), LightweightString<char>("changed in the copy"));
+  }
+  // A line of more fields than a record keeps the starts of in itself.
+  std::vector<DBFieldDesc> wide;
+  Strings row;
+  for (int f = 0; f < 40; ++f) {
+    wide.emplace_back(("C" + std::to_string(f)).c_str(), T::kText);
+    row.push_back("v" + std::to_string(f));
+  }
+  Zr::Ptr<kesta> original(new kesta(wide));
+  addRows(*original, {row});
+  ASSERT_TRUE(holdAsLines(*original));
+  Zr::Ptr<dbrecord> copy(new dbrecord(*original->get_record(0)));
+  original = nullptr;
+  EXPECT_TRUE(copy->heldAsLine());
+  for (unsigned short f = 0; f < 40; ++f) EXPECT_EQ(copy->fieldView(f), row[f]) << f;
+}
+
 TEST(SameAnswers, SavesWriteTheSameFileAndMarks) {
   testutil::TempDir dir;
   for (unsigned holes : {0u, 2u}) {
