@@ -22,6 +22,12 @@ class CellTable {
   std::size_t width(std::size_t row) const noexcept;
   std::string_view cell(std::size_t row, std::size_t column) const noexcept;
 
+  // Room for `bytes` of cell text in `cells` cells. Room never filled is never touched, so a
+  // generous guess costs nothing.
+  void reserve(std::size_t bytes, std::size_t cells) {
+    text_.reserve(bytes);
+    cell_ends_.reserve(cells);
+  }
   // Building: the bytes of the cell being made, then its end, then the row's end.
   void append(char c) { text_ += c; }
   void append(std::string_view bytes) { text_.append(bytes); }

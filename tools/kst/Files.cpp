@@ -180,6 +180,11 @@ std::string readBytes(const std::string& path) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) throw Failure("cannot read " + path + ": " + reason(errno));
   std::string bytes;
+  // Room for what the file holds now, so that a large one is not copied as the text grows.
+  struct stat info {};
+  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+    bytes.reserve(static_cast<std::size_t>(info.st_size));
+  }
   char chunk[65536];
   for (;;) {
     ssize_t got = ::read(fd, chunk, sizeof chunk);

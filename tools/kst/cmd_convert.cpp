@@ -201,6 +201,7 @@ void addConvertCommand(CLI::App& app, CommandTable& table) {
       input = in_kind == Kind::kCsv   ? readCsv(bytes, options->in)
               : in_kind == Kind::kTsv ? readTsv(bytes, options->in)
                                       : readJson(bytes, options->in);
+      std::string().swap(bytes);  // the table holds what is needed of them
       if (out_kind == Kind::kLog) check_names(input.headers, options->in);
       db = build_log(input, model.get());
     }
