@@ -399,9 +399,18 @@ bool tagFromText(dbrecord& record, std::string_view text) {
 
 // A load's reading of the "Tag" column, record by record as they are read.
 struct TagReading {
+  void read(dbrecord& record) {
+    if (!resolved) {
+      resolved = true;  // the columns are known once the first record is read
+      field = record.get_container()->get_fieldnum("Tag");
+    }
+    if (field != kNone) numbers = tagFromText(record, record.fieldView(static_cast<unsigned short>(field))) && numbers;
+    ++seen;
+  }
+
   bool resolved = false;
   unsigned field = kNone;
-  bool numbers = true;
+  bool numbers = true;  // every text read was a tag number
   std::size_t seen = 0;
 };
 }  // namespace
@@ -423,18 +432,7 @@ Zr::Ptr<kesta> loadLog(const std::string& path, TagColumn tags, kesta::LoadFilte
     const char* last_line = nullptr;
     db->set_load_filter([&, inner = std::move(keep)](const Zr::Ptr<dbrecord>& record) {
       last_line = record->heldLine().data();
-      if (tags == TagColumn::read) {
-        if (!tag_reading.resolved) {
-          tag_reading.resolved = true;
-          tag_reading.field = record->get_container()->get_fieldnum("Tag");
-        }
-        if (tag_reading.field != kNone) {
-          tag_reading.numbers =
-              tagFromText(*record, record->fieldView(static_cast<unsigned short>(tag_reading.field))) &&
-              tag_reading.numbers;
-        }
-        ++tag_reading.seen;
-      }
+      if (tags == TagColumn::read) tag_reading.read(*record);
       return !inner || inner(record);
     });
     db->loadFromFile(name, INT_MAX, false);

@@ -47,17 +47,10 @@ void append_hex_escape(std::string& out, const char* prefix, unsigned value) {
   out += buffer;
 }
 
-bool has_control(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) {
-    const auto u = static_cast<unsigned char>(c);
-    return u < 0x20 || u == 0x7f;
-  });
-}
-
 // A cell as the table shows it: one line, control characters escaped. `escaped` holds the
 // text when it had to be changed.
 std::string_view shown_text(std::string_view text, std::string& escaped) {
-  if (!has_control(text)) return text;
+  if (!hasControls(text)) return text;
   escaped = escapeControls(text);
   return escaped;
 }

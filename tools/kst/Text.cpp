@@ -5,12 +5,15 @@
 
 namespace kst {
 
-std::string escapeControls(std::string_view text) {
-  const auto is_control = [](char c) {
+bool hasControls(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char c) {
     const auto u = static_cast<unsigned char>(c);
     return u < 0x20 || u == 0x7f;
-  };
-  if (std::none_of(text.begin(), text.end(), is_control)) return std::string(text);
+  });
+}
+
+std::string escapeControls(std::string_view text) {
+  if (!hasControls(text)) return std::string(text);
   std::string out;
   out.reserve(text.size());
   for (char c : text) {

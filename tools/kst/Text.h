@@ -9,6 +9,8 @@
 
 namespace kst {
 
+// Whether `text` holds a control character (below 0x20, or 0x7f).
+bool hasControls(std::string_view text);
 // One line of text: line feeds, tabs and other control characters shown as escapes.
 std::string escapeControls(std::string_view text);
 // The text quoted for a message: "Reel", with control characters shown as escapes.
