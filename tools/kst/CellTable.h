@@ -22,11 +22,13 @@ class CellTable {
   std::size_t width(std::size_t row) const noexcept;
   std::string_view cell(std::size_t row, std::size_t column) const noexcept;
 
-  // Room for `bytes` of cell text in `cells` cells. Room never filled is never touched, so a
-  // generous guess costs nothing.
-  void reserve(std::size_t bytes, std::size_t cells) {
+  // Room for the cells of an input of `bytes` whose cell texts are no longer than it (quotes
+  // and escapes only shrink). Room never filled is never touched, so a generous guess costs
+  // nothing, and a large table is not copied as it grows.
+  void reserveFor(std::size_t bytes) {
+    constexpr std::size_t kLeastCellBytes = 8;  // cells are rarely shorter, separator included
     text_.reserve(bytes);
-    cell_ends_.reserve(cells);
+    cell_ends_.reserve(bytes / kLeastCellBytes);
   }
   // Building: the bytes of the cell being made, then its end, then the row's end.
   void append(char c) { text_ += c; }

@@ -100,15 +100,10 @@ class CsvParser {
 
 }  // namespace
 
-// Cells are rarely shorter than this, separator included: room for the cells a table of
-// `bytes` likely holds.
-constexpr std::size_t kLeastCellGuess = 8;
-
 InputTable readCsv(const std::string& bytes, const std::string& path) {
   CsvParser parser;
   CsvState state;
-  // Unquoting only shrinks the text.
-  state.rows.reserve(bytes.size(), bytes.size() / kLeastCellGuess);
+  state.rows.reserveFor(bytes.size());
   // One line at a time, so that each record knows the line it starts on: a record whose
   // quoted field spans lines starts where the quote opened.
   for (std::size_t at = after_bom(bytes); at < bytes.size();) {
@@ -141,7 +136,7 @@ InputTable readCsv(const std::string& bytes, const std::string& path) {
 
 InputTable readTsv(const std::string& bytes, const std::string& path) {
   CellTable rows;
-  rows.reserve(bytes.size(), bytes.size() / kLeastCellGuess);  // unescaping only shrinks the text
+  rows.reserveFor(bytes.size());
   std::vector<unsigned> starts;
   unsigned line = 0;
   for (std::size_t at = after_bom(bytes); at < bytes.size();) {

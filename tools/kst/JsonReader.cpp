@@ -16,6 +16,7 @@ class JsonParser {
 
   InputTable parseTable() {
     InputTable table;
+    table.rows.reserveFor(text_.size());
     skip_blanks();
     expect('[', "an array of records");
     skip_blanks();
