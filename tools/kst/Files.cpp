@@ -156,11 +156,10 @@ void writeStdout(std::string_view piece) {
 }
 
 void writeText(const std::string& content, const Destination& to) {
-  writeText([&](const std::function<void(std::string_view)>& sink) { sink(content); }, to);
+  writeText([&](const TextSink& sink) { sink(content); }, to);
 }
 
-void writeText(const std::function<void(const std::function<void(std::string_view)>&)>& produce,
-               const Destination& to) {
+void writeText(const std::function<void(const TextSink&)>& produce, const Destination& to) {
   if (to.toStdout()) {
     produce(writeStdout);
     return;

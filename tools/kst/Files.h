@@ -17,6 +17,8 @@
 #include <string>
 #include <string_view>
 
+#include "Output.h"
+
 namespace kst {
 
 struct WriteOptions {
@@ -52,8 +54,7 @@ void saveLog(kesta& db, const Destination& to);
 void writeText(const std::string& content, const Destination& to);
 // The same for text made a piece at a time: produce(sink) hands every piece to `sink`, and
 // the file takes their place once all are written. Throws Failure.
-void writeText(const std::function<void(const std::function<void(std::string_view)>&)>& produce,
-               const Destination& to);
+void writeText(const std::function<void(const TextSink&)>& produce, const Destination& to);
 // Writes a piece of text to standard output. Throws Failure.
 void writeStdout(std::string_view piece);
 
