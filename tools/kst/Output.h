@@ -1,10 +1,12 @@
 #ifndef KESTA_TOOLS_KST_OUTPUT_H
 #define KESTA_TOOLS_KST_OUTPUT_H
-// Rendering a grid of texts (a header row and data rows) as an aligned table, RFC 4180 CSV,
-// TSV or JSON. Nothing here knows about logs: the commands build the grid from a database.
+// Rendering a table of texts (a header row and data rows) as an aligned table, RFC 4180 CSV,
+// TSV or JSON. Nothing here knows about logs: a small table is a Grid held whole; a log's
+// records come as a RowSource, a row at a time, and the text goes out in pieces.
 //
 //   kst::Grid grid{{"Reel", "Scene"}, {{"A001", "12"}}};
 //   std::cout << kst::render(grid, kst::Format::kCsv, 0);   // "Reel,Scene\r\nA001,12\r\n"
+//   kst::render(kst::recordRows(db, fields, rows), kst::Format::kCsv, 0, kst::writeStdout);
 //
 // Texts are bytes, normally UTF-8. The table counts one column per code point; JSON output is
 // always valid UTF-8, with a byte that is not part of a UTF-8 sequence read as Latin-1.
