@@ -55,8 +55,10 @@ dbrecord::dbrecord(const dbrecord& other) : Zr::InternalRefCount(), iVirtual(), 
     line_.fields = other.line_.fields;
     std::memcpy(line_.near_starts, other.line_.near_starts, sizeof line_.near_starts);
     if (other.line_.far_starts) {
-      line_.far_starts.reset(new uint16_t[line_.fields - 1u]);
-      std::memcpy(line_.far_starts.get(), other.line_.far_starts.get(), (line_.fields - 1u) * sizeof(uint16_t));
+      const std::size_t size = other.line_.far_size();
+      line_.far_starts.reset(new uint16_t[size]);
+      std::memcpy(line_.far_starts.get(), other.line_.far_starts.get(), size * sizeof(uint16_t));
+      line_.copied = other.line_.copied;
     }
     form_.store(kLine, std::memory_order_release);
     return;

@@ -12,11 +12,12 @@
 // 16-bit indices. An empty field is a null string and reads as "". Out-of-range indices never
 // fault: getters answer null, "" or a shared empty string, setters answer false.
 //
-// A record read from a plain line (every field quoted; no doubled quote, backslash, control
-// character or blank at a field's ends) keeps the line, shared with the text it came from, and
-// takes it apart only when a field string is asked for: most records of a big log are loaded,
-// sorted or searched on a few columns and written back, which fieldView and the writer do
-// from the line itself.
+// A record read from a plain line (every field quoted; no backslash, control character or
+// blank at a field's ends) keeps the line, shared with the text it came from, and takes it
+// apart only when a field string is asked for: most records of a big log are loaded, sorted or
+// searched on a few columns and written back, which fieldView and the writer do from the line
+// itself. A line with doubled quotes in its fields also keeps a copy with each pair made one
+// quote, for fieldView.
 //
 // Thread safety: the count and the field strings' counts are atomic, so records may be read
 // from several threads (the first reader of a field takes the line apart, the others wait for
@@ -143,9 +144,23 @@ class KESTA_API dbrecord : public iObject {
     // fit here: keeping them in the record saves a block and a cache miss a record.
     static constexpr uint16_t kNearStarts = 16;
     uint16_t near_starts[kNearStarts];
-    std::unique_ptr<uint16_t[]> far_starts;  // only for lines of more fields
+    // Set for a line with doubled quotes in its fields: far_starts then holds the starts, where
+    // the last field ends plus 3, and a copy of the line with each pair made one quote, from
+    // which the fields are read.
+    bool copied = false;
+    std::unique_ptr<uint16_t[]> far_starts;  // only for lines of more fields, or copied
     // later_starts()[i - 1] is where field i starts, for 0 < i < fields.
     const uint16_t* later_starts() const noexcept { return far_starts ? far_starts.get() : near_starts; }
+    // The text the starts point into.
+    const char* field_text() const noexcept {
+      return copied ? reinterpret_cast<const char*>(far_starts.get() + fields) : at;
+    }
+    // Where the last field ends in field_text().
+    std::size_t last_end() const noexcept { return copied ? far_starts[fields - 1] - 3u : length - 1u; }
+    // The number of entries of far_starts.
+    std::size_t far_size() const noexcept {
+      return copied ? fields + (far_starts[fields - 1] - 1u) / 2 : fields - 1u;
+    }
   };
   // kLine: the fields are still in line_. kParsing: a reader is making fields_ from it.
   // kFields: fields_ holds them (line_ may still hold the line, for readers that took a view).

@@ -339,6 +339,52 @@ uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
   return close_field(text, start, size - 1, starts) ? static_cast<uint16_t>(starts.size()) : 0;
 }
 
+// Whether some byte of the line is one a plain line cannot hold.
+bool has_unplain_bytes(std::string_view line) noexcept {
+  Chunk chunk;
+  for (std::size_t at = 0; at < line.size(); at += 16) {
+    scan_chunk(line.data() + at, line.size() - at, line.size(), chunk);
+    if (chunk.unplain) return true;
+  }
+  return false;
+}
+
+// plain_fields for a line that is plain but for doubled quotes inside its fields, 0 for any
+// other: the field starts are those of `text`, the line with each pair made one quote, from
+// which the fields then read as from a plain line. Such a line is what the writer makes of
+// those fields, byte for byte, as a plain line is.
+uint16_t unquoted_fields(std::string_view line, std::vector<uint16_t>& starts, std::string& text) {
+  starts.clear();
+  text.clear();
+  const char* const data = line.data();
+  const std::size_t size = line.size();
+  // Two bytes spare: the copy's end is kept as a start past it.
+  if (size < 2 || size > UINT16_MAX - 2u || data[0] != '"' || data[size - 1] != '"') return 0;
+  if (has_unplain_bytes(line)) return 0;
+  text.push_back('"');
+  std::size_t start = 1;  // the open field's first byte in `text`
+  std::size_t p = 1;
+  for (;;) {
+    const void* found = std::memchr(data + p, '"', size - p);
+    if (!found) return 0;  // a pair that ends the line leaves its field open
+    const std::size_t q = static_cast<std::size_t>(static_cast<const char*>(found) - data);
+    text.append(data + p, q - p);
+    if (q + 1 < size && data[q + 1] == '"') {
+      text.push_back('"');
+      p = q + 2;
+      continue;
+    }
+    if (!close_field(text.data(), start, text.size(), starts)) return 0;
+    if (q + 1 == size) break;
+    if (size - q < 4 || data[q + 1] != ',' || data[q + 2] != '"') return 0;
+    text.append("\",\"");
+    p = q + 3;
+    start = text.size();
+  }
+  text.push_back('"');
+  return static_cast<uint16_t>(starts.size());
+}
+
 }  // namespace
 
 int dbrecord::read(TextFile& file) {
@@ -351,13 +397,25 @@ int dbrecord::read(TextFile& file) {
     return 0;
   }
   [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> starts;
-  if (const uint16_t count = plain_fields(line, starts)) {
+  [[gnu::tls_model("initial-exec")]] thread_local std::string unquoted;
+  uint16_t count = plain_fields(line, starts);
+  const bool copied = count == 0 && (count = unquoted_fields(line, starts, unquoted)) != 0;
+  if (count != 0) {
     line_.text = file.shareBuffer();
     line_.at = line.data();
     line_.length = static_cast<uint32_t>(line.size());
     line_.fields = count;
+    line_.copied = copied;
     uint16_t* kept = line_.near_starts;
-    if (count - 1u > PlainLine::kNearStarts) {
+    if (copied) {
+      // The starts, then where the copy ends, then the copy.
+      const std::size_t size = count + (unquoted.size() + 1) / 2;
+      line_.far_starts.reset(new uint16_t[size]);
+      kept = line_.far_starts.get();
+      kept[count - 1] = static_cast<uint16_t>(unquoted.size() + 2);
+      kept[size - 1] = 0;  // an odd copy leaves a byte that copies of the record still copy
+      std::memcpy(kept + count, unquoted.data(), unquoted.size());
+    } else if (count - 1u > PlainLine::kNearStarts) {
       line_.far_starts.reset(new uint16_t[count - 1u]);
       kept = line_.far_starts.get();
     }
@@ -367,9 +425,9 @@ int dbrecord::read(TextFile& file) {
     mark_changed();
     return count;
   }
-  const int count = parse_line(line, fields_);
+  const int parsed = parse_line(line, fields_);
   mark_changed();
-  return count;
+  return parsed;
 }
 
 void dbrecord::take_apart() const {
@@ -411,7 +469,7 @@ void dbrecord::widen(unsigned* widest, std::size_t max) const noexcept {
     raise(i, later[i] - 3u - start);
     start = later[i];
   }
-  if (n == line_.fields) raise(n - 1, line_.length - 1u - start);
+  if (n == line_.fields) raise(n - 1, line_.last_end() - start);
 }
 
 std::string_view dbrecord::line_field(unsigned short i) const noexcept {
@@ -419,8 +477,8 @@ std::string_view dbrecord::line_field(unsigned short i) const noexcept {
   const std::size_t start = i == 0 ? 1u : later[i - 1];
   // A field ends three bytes before the next one starts ("," between), the last one a byte
   // before the line does.
-  const std::size_t end = i + 1u < line_.fields ? later[i] - 3u : line_.length - 1u;
-  return {line_.at + start, end - start};
+  const std::size_t end = i + 1u < line_.fields ? later[i] - 3u : line_.last_end();
+  return {line_.field_text() + start, end - start};
 }
 
 std::string_view dbrecord::fieldView(unsigned short i) const noexcept {

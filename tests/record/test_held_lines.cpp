@@ -26,7 +26,7 @@ const std::string kLong(256, 'x');  // one byte over what duplicate tagging comp
 // column's widest value is in a plain line, for the widths a save writes. Tag texts change in
 // the save only where the line is not plain.
 const Rows kRows = {
-    {"r0", "A001", "01:00:05:00", "01:00:20:00", "say \"hi\"", "0", "c"},
+    {"r0", "A001", "01:00:05:00", "01:00:20:00", "say \"hi\"", "1", "c"},
     {"r1", "a001", "01:00:10:00", "01:00:12:00", "x,y", "0", ""},
     {"r2", "B10", "02:00:00:00", "02:10:00:00", "", "0", "a comment wider than the column's least width"},
     {"r3", "b9", "", "01:00:20:00", "two\nlines", "1", "short"},

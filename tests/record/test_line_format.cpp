@@ -46,9 +46,14 @@ std::string writeFields(const Fields& fields) {
   return std::string(file.line(0));
 }
 
+// The line of fields that hold no byte but a quote that needs escaping.
 std::string quoted(const Fields& fields) {
   std::string line;
-  for (std::size_t i = 0; i < fields.size(); ++i) line += (i ? ",\"" : "\"") + fields[i] + "\"";
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    line += i ? ",\"" : "\"";
+    for (char c : fields[i]) line += c == '"' ? "\"\"" : std::string(1, c);
+    line += '"';
+  }
   return line;
 }
 
@@ -202,14 +207,18 @@ TEST(LineFormat, PlainLinesAreKeptAndReadBack) {
   }
   for (std::size_t offset = 0; offset < 140; ++offset) {
     const std::string pad(offset, 'x');
-    for (const Fields& fields : {Fields{pad, ",", "a", ",", ",", "b,", ",c", ""}, Fields{",", pad, ","},
-                                 Fields{pad + ",", "", ","}, Fields{pad, "", "", "z"}}) {
+    // Doubled quotes too, also where they and the separators look alike.
+    for (const Fields& fields :
+         {Fields{pad, ",", "a", ",", ",", "b,", ",c", ""}, Fields{",", pad, ","}, Fields{pad + ",", "", ","},
+          Fields{pad, "", "", "z"}, Fields{pad + "\"y"}, Fields{pad, "\"y"}, Fields{"\"", pad + "\",\"", "\",", ""},
+          Fields{"a\"\"", ",\"", pad, "\"\"\""}}) {
       lines.push_back(fields);
     }
-    // Look-alikes, and lines with a byte a plain line cannot hold (escape, control, delete).
-    for (const std::string& line : {"\"" + pad + "\",\"", "\"" + pad + "\"\"y\"", "\"" + pad + "\" ,\"y\"",
-                                    "\",\"" + pad + "\"", "\"" + pad + "\",\"\"\"y\"", "\"" + pad + "\\\\y\"",
-                                    "\"" + pad + "\ty\"", "\"" + pad + "\x7fy\""}) {
+    // Look-alikes (a pair that ends the line, stray quotes, a blank after a pair), and lines
+    // with a byte a plain line cannot hold (escape, control, delete).
+    for (const std::string& line : {"\"" + pad + "\",\"", "\"" + pad + "\",\"\"\"", "\"" + pad + "\"y\"", "\"" + pad + "\"\" \"",
+                                    "\"" + pad + "\" ,\"y\"", "\",\"" + pad + "\"", "\"" + pad + "\"\"\"y\"",
+                                    "\"" + pad + "\\\\y\"", "\"" + pad + "\"\"\ty\"", "\"" + pad + "\x7fy\""}) {
       Fields ignored;
       bool held = true;
       readLine(line, ignored, &held);
