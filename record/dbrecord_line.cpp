@@ -255,21 +255,30 @@ struct Word {
   }
 }
 
+// The field starts of a line being scanned, written through a plain pointer into room for
+// every field a line of its size can hold: the scan's innermost step stays in registers.
+struct Starts {
+  uint16_t* first;
+  uint16_t* next;
+  std::size_t size() const noexcept { return static_cast<std::size_t>(next - first); }
+  void clear() noexcept { next = first; }
+};
+
 // Ends the field that starts at `start` at the quote `q`; false when the field rules the line
 // out.
-[[gnu::always_inline]] inline bool close_field(const char* text, std::size_t start, std::size_t q, std::vector<uint16_t>& starts) {
+[[gnu::always_inline]] inline bool close_field(const char* text, std::size_t start, std::size_t q, Starts& starts) {
   const std::size_t length = q - start;
   // A field of kMaxFieldLength bytes fills the buffer, and its closing quote is then the
   // byte at which it is cut.
   if (length >= kMaxFieldLength || (length > 0 && (text[start] == ' ' || text[q - 1] == ' '))) return false;
   if (starts.size() == kMaxFields) return false;
-  starts.push_back(static_cast<uint16_t>(start));
+  *starts.next++ = static_cast<uint16_t>(start);
   return true;
 }
 
 // plain_fields by walking the quotes in order: for the lines where a field holding just a
 // comma makes separators overlap. Every quote opens or closes a field.
-uint16_t plain_fields_in_order(std::string_view line, std::vector<uint16_t>& starts) {
+uint16_t plain_fields_in_order(std::string_view line, Starts& starts) {
   starts.clear();
   const char* const text = line.data();
   const std::size_t size = line.size();
@@ -300,7 +309,7 @@ uint16_t plain_fields_in_order(std::string_view line, std::vector<uint16_t>& sta
 // A plain line is a quote, fields without quotes joined by '","', and a quote: its quotes are
 // its first and last bytes and the two ends of each separator, and nothing else. So 64 bytes
 // at a time, the separators are found as masks and the quotes checked against them at once.
-uint16_t plain_fields(std::string_view line, std::vector<uint16_t>& starts) {
+uint16_t plain_fields(std::string_view line, Starts& starts) {
   starts.clear();
   const char* const text = line.data();
   const std::size_t size = line.size();
@@ -353,7 +362,7 @@ bool has_unplain_bytes(std::string_view line) noexcept {
 // other: the field starts are those of `text`, the line with each pair made one quote, from
 // which the fields then read as from a plain line. Such a line is what the writer makes of
 // those fields, byte for byte, as a plain line is.
-uint16_t unquoted_fields(std::string_view line, std::vector<uint16_t>& starts, std::string& text) {
+uint16_t unquoted_fields(std::string_view line, Starts& starts, std::string& text) {
   starts.clear();
   text.clear();
   const char* const data = line.data();
@@ -396,8 +405,11 @@ int dbrecord::read(TextFile& file) {
     fields_.clear();
     return 0;
   }
-  [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> starts;
+  [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> room;
   [[gnu::tls_model("initial-exec")]] thread_local std::string unquoted;
+  // A field takes at least three bytes of a line: two quotes and a comma.
+  if (room.size() < line.size() / 3 + 1) room.resize(line.size() / 3 + 1);
+  Starts starts{room.data(), room.data()};
   uint16_t count = plain_fields(line, starts);
   const bool copied = count == 0 && (count = unquoted_fields(line, starts, unquoted)) != 0;
   if (count != 0) {
@@ -419,7 +431,7 @@ int dbrecord::read(TextFile& file) {
       line_.far_starts.reset(new uint16_t[count - 1u]);
       kept = line_.far_starts.get();
     }
-    std::memcpy(kept, starts.data() + 1, (count - 1u) * sizeof(uint16_t));
+    std::memcpy(kept, starts.first + 1, (count - 1u) * sizeof(uint16_t));
     fields_.clear();
     form_.store(kLine, std::memory_order_release);
     mark_changed();
