@@ -215,7 +215,12 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   bool passes(const dbrecord& record, const std::vector<QueryTest>& tests) const;
 
   void read_params_from(LineSource& lines, dbrecord* line);
-  int add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep = nullptr);
+  // With `unmarked`, each record kept has its changed mark cleared as it is added, while it is
+  // at hand, rather than in a pass of its own.
+  int add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep = nullptr,
+                bool unmarked = false);
+  // Clears the changed marks of the first `rows` records and of the database.
+  void clear_marks(std::size_t rows);
   bool load_log(const LightweightString<wchar_t>& name, int maxRecords, bool strict);
 
   std::vector<DBFieldDesc> fields_;

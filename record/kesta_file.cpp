@@ -9,7 +9,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -38,8 +37,9 @@ bool is_marker(const dbrecord& line) {
   // The field's text up to its first zero byte is "KESTA" in any case; every record line is
   // asked, so the bytes past the fifth are looked at only when those five match.
   const std::string_view first = line.fieldView(0);
-  // The first byte as strncasecmp compares it, without the call for every record.
-  if (first.size() < 5 || std::tolower(static_cast<unsigned char>(first[0])) != std::tolower('K')) return false;
+  // The first byte as strncasecmp compares it (no locale lowers another byte to 'k'), without
+  // a call for every record.
+  if (first.size() < 5 || (first[0] != 'K' && first[0] != 'k')) return false;
   return strncasecmp(first.data(), "KESTA", 5) == 0 && (first.size() == 5 || first[5] == '\0');
 }
 
@@ -448,8 +448,9 @@ bool kesta::load_log(const LightweightString<wchar_t>& name, int maxRecords, boo
   }
   valid_ = 1;
   post_init();
-  add_lines(lines, 0, maxRecords, load_filter_ ? &load_filter_ : nullptr);
-  clear_changed();
+  const std::size_t held = records_.size();
+  add_lines(lines, 0, maxRecords, load_filter_ ? &load_filter_ : nullptr, true);
+  clear_marks(held);
   return in.finish();
 }
 
@@ -491,7 +492,7 @@ int kesta::add_text(TextFile& file, int skipFirst, int maxRecords) {
   return add_lines(lines, skipFirst, maxRecords);
 }
 
-int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep) {
+int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords, const LoadFilter* keep, bool unmarked) {
   if (maxRecords < 1) return 0;
   // Also with a filter that keeps few: the room a list reserves and never fills is never touched.
   records_.reserve(records_.size() + std::min(lines.expected_lines(), static_cast<std::size_t>(maxRecords)));
@@ -519,6 +520,7 @@ int kesta::add_lines(LineSource& lines, int skipFirst, int maxRecords, const Loa
       break;  // the first line was to be skipped
     }
     if (!keep || (*keep)(record)) {
+      if (unmarked) record->clear_changed();
       records_.push_back(std::move(record));
     } else {
       ++records_dropped_;  // its memory serves the next record

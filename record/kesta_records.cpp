@@ -227,8 +227,10 @@ void kesta::removeField(const LightweightString<char>& name) {
   }
 }
 
-void kesta::clear_changed() {
-  for (std::size_t row = 0; row < records_.size(); ++row) {
+void kesta::clear_changed() { clear_marks(records_.size()); }
+
+void kesta::clear_marks(std::size_t rows) {
+  for (std::size_t row = 0; row < rows; ++row) {
     dbrecord* record = records_[row].get();
     if (record) record->clear_changed();
   }
