@@ -407,8 +407,10 @@ int dbrecord::read(TextFile& file) {
   }
   [[gnu::tls_model("initial-exec")]] thread_local std::vector<uint16_t> room;
   [[gnu::tls_model("initial-exec")]] thread_local std::string unquoted;
-  // A field takes at least three bytes of a line: two quotes and a comma.
-  if (room.size() < line.size() / 3 + 1) room.resize(line.size() / 3 + 1);
+  // A field takes at least three bytes of a line, two quotes and a comma; longer lines than
+  // 16-bit starts reach are not scanned for fields, and so never grow the room.
+  const std::size_t fields_at_most = std::min<std::size_t>(line.size(), UINT16_MAX) / 3 + 1;
+  if (room.size() < fields_at_most) room.resize(fields_at_most);
   Starts starts{room.data(), room.data()};
   uint16_t count = plain_fields(line, starts);
   const bool copied = count == 0 && (count = unquoted_fields(line, starts, unquoted)) != 0;
