@@ -4,7 +4,6 @@
 #include "support/TextFile.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,27 +38,14 @@ int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
   return static_cast<int64_t>(got);
 }
 
-constexpr std::size_t kLargePage = std::size_t{2} << 20;
-
 }  // namespace
 
-void* TextFile::allocateBytes(std::size_t size) {
-  if (size < kLargePage) return ::operator new(size);
-  void* at = ::operator new(size, std::align_val_t{kLargePage});
-#if defined(MADV_HUGEPAGE)
-  // Advice only: without large pages the buffer works the same.
-  ::madvise(at, size & ~(kLargePage - 1), MADV_HUGEPAGE);
-#endif
-  return at;
-}
+// Plain pages, without large-page advice: a large page is faster to fill only while the
+// system has free ones at hand; after a pause it must gather them first, and a fresh process's
+// load then took three to four times as long.
+void* TextFile::allocateBytes(std::size_t size) { return ::operator new(size); }
 
-void TextFile::releaseBytes(void* at, std::size_t size) noexcept {
-  if (size < kLargePage) {
-    ::operator delete(at);
-  } else {
-    ::operator delete(at, std::align_val_t{kLargePage});
-  }
-}
+void TextFile::releaseBytes(void* at, std::size_t) noexcept { ::operator delete(at); }
 
 TextFile::TextFile() = default;
 

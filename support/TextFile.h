@@ -54,8 +54,6 @@ class KESTA_SUPPORT_API TextFile {
     void construct(U* at, Args&&... args) {
       ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
     }
-    // Big buffers come in large pages where the system offers them: a fault per 4 KB page of
-    // a big file costs more than reading it.
     T* allocate(std::size_t n) { return static_cast<T*>(allocateBytes(n * sizeof(T))); }
     void deallocate(T* at, std::size_t n) noexcept { releaseBytes(at, n * sizeof(T)); }
   };
