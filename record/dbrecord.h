@@ -144,22 +144,24 @@ class KESTA_API dbrecord : public iObject {
     // fit here: keeping them in the record saves a block and a cache miss a record.
     static constexpr uint16_t kNearStarts = 16;
     uint16_t near_starts[kNearStarts];
-    // Set for a line with doubled quotes in its fields: far_starts then holds the starts, where
-    // the last field ends plus 3, and a copy of the line with each pair made one quote, from
-    // which the fields are read.
+    // Set for a line with doubled quotes in its fields: far_starts then holds the starts into
+    // the line with each pair made one quote, where the last field ends in it plus 3, where
+    // the first field with a pair starts, and a copy of the rest of it, from which the fields
+    // from there on are read. The ones before read from the line, which is the same up to there.
     bool copied = false;
     std::unique_ptr<uint16_t[]> far_starts;  // only for lines of more fields, or copied
     // later_starts()[i - 1] is where field i starts, for 0 < i < fields.
     const uint16_t* later_starts() const noexcept { return far_starts ? far_starts.get() : near_starts; }
-    // The text the starts point into.
-    const char* field_text() const noexcept {
-      return copied ? reinterpret_cast<const char*>(far_starts.get() + fields) : at;
+    // The text of the field that starts at `start`.
+    const char* field_at(std::size_t start) const noexcept {
+      if (!copied || start < far_starts[fields]) return at + start;
+      return reinterpret_cast<const char*>(far_starts.get() + fields + 1) + (start - far_starts[fields]);
     }
     // Where the last field ends in field_text().
     std::size_t last_end() const noexcept { return copied ? far_starts[fields - 1] - 3u : length - 1u; }
     // The number of entries of far_starts.
     std::size_t far_size() const noexcept {
-      return copied ? fields + (far_starts[fields - 1] - 1u) / 2 : fields - 1u;
+      return copied ? fields + 1u + (far_starts[fields - 1] - 2u - far_starts[fields] + 1u) / 2 : fields - 1u;
     }
   };
   // kLine: the fields are still in line_. kParsing: a reader is making fields_ from it.

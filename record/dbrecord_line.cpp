@@ -361,10 +361,12 @@ bool has_unplain_bytes(std::string_view line) noexcept {
 // plain_fields for a line that is plain but for doubled quotes inside its fields, 0 for any
 // other: the field starts are those of `text`, the line with each pair made one quote, from
 // which the fields then read as from a plain line. Such a line is what the writer makes of
-// those fields, byte for byte, as a plain line is.
-uint16_t unquoted_fields(std::string_view line, Starts& starts, std::string& text) {
+// those fields, byte for byte, as a plain line is. `text` matches the line up to `same`, the
+// start of the first field with a pair.
+uint16_t unquoted_fields(std::string_view line, Starts& starts, std::string& text, std::size_t& same) {
   starts.clear();
   text.clear();
+  same = SIZE_MAX;
   const char* const data = line.data();
   const std::size_t size = line.size();
   // Two bytes spare: the copy's end is kept as a start past it.
@@ -379,6 +381,7 @@ uint16_t unquoted_fields(std::string_view line, Starts& starts, std::string& tex
     const std::size_t q = static_cast<std::size_t>(static_cast<const char*>(found) - data);
     text.append(data + p, q - p);
     if (q + 1 < size && data[q + 1] == '"') {
+      same = std::min(same, start);
       text.push_back('"');
       p = q + 2;
       continue;
@@ -391,6 +394,7 @@ uint16_t unquoted_fields(std::string_view line, Starts& starts, std::string& tex
     start = text.size();
   }
   text.push_back('"');
+  same = std::min(same, text.size());
   return static_cast<uint16_t>(starts.size());
 }
 
@@ -413,7 +417,8 @@ int dbrecord::read(TextFile& file) {
   if (room.size() < fields_at_most) room.resize(fields_at_most);
   Starts starts{room.data(), room.data()};
   uint16_t count = plain_fields(line, starts);
-  const bool copied = count == 0 && (count = unquoted_fields(line, starts, unquoted)) != 0;
+  std::size_t same = 0;
+  const bool copied = count == 0 && (count = unquoted_fields(line, starts, unquoted, same)) != 0;
   if (count != 0) {
     line_.text = file.shareBuffer();
     line_.at = line.data();
@@ -422,13 +427,16 @@ int dbrecord::read(TextFile& file) {
     line_.copied = copied;
     uint16_t* kept = line_.near_starts;
     if (copied) {
-      // The starts, then where the copy ends, then the copy.
-      const std::size_t size = count + (unquoted.size() + 1) / 2;
+      // The starts, then where the unquoted line ends, where the copy begins in it, and the
+      // copy: the fields before the first pair read from the line itself.
+      const std::size_t copy_size = unquoted.size() - same;
+      const std::size_t size = count + 1u + (copy_size + 1) / 2;
       line_.far_starts.reset(new uint16_t[size]);
       kept = line_.far_starts.get();
       kept[count - 1] = static_cast<uint16_t>(unquoted.size() + 2);
-      kept[size - 1] = 0;  // an odd copy leaves a byte that copies of the record still copy
-      std::memcpy(kept + count, unquoted.data(), unquoted.size());
+      kept[count] = static_cast<uint16_t>(same);
+      if (copy_size % 2 != 0) kept[size - 1] = 0;  // a byte that copies of the record still copy
+      std::memcpy(kept + count + 1, unquoted.data() + same, copy_size);
     } else if (count - 1u > PlainLine::kNearStarts) {
       line_.far_starts.reset(new uint16_t[count - 1u]);
       kept = line_.far_starts.get();
@@ -492,7 +500,7 @@ std::string_view dbrecord::line_field(unsigned short i) const noexcept {
   // A field ends three bytes before the next one starts ("," between), the last one a byte
   // before the line does.
   const std::size_t end = i + 1u < line_.fields ? later[i] - 3u : line_.last_end();
-  return {line_.field_text() + start, end - start};
+  return {line_.field_at(start), end - start};
 }
 
 std::string_view dbrecord::fieldView(unsigned short i) const noexcept {

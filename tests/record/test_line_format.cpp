@@ -211,7 +211,7 @@ TEST(LineFormat, PlainLinesAreKeptAndReadBack) {
     for (const Fields& fields :
          {Fields{pad, ",", "a", ",", ",", "b,", ",c", ""}, Fields{",", pad, ","}, Fields{pad + ",", "", ","},
           Fields{pad, "", "", "z"}, Fields{pad + "\"y"}, Fields{pad, "\"y"}, Fields{"\"", pad + "\",\"", "\",", ""},
-          Fields{"a\"\"", ",\"", pad, "\"\"\""}}) {
+          Fields{"a\"\"", ",\"", pad, "\"\"\""}, Fields{"r", pad, "n\"", "", "t\""}}) {
       lines.push_back(fields);
     }
     // Look-alikes (a pair that ends the line, stray quotes, a blank after a pair), and lines
