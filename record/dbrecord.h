@@ -16,8 +16,8 @@
 // blank at a field's ends) keeps the line, shared with the text it came from, and takes it
 // apart only when a field string is asked for: most records of a big log are loaded, sorted or
 // searched on a few columns and written back, which fieldView and the writer do from the line
-// itself. A line with doubled quotes in its fields also keeps a copy with each pair made one
-// quote, for fieldView.
+// itself. A line with doubled quotes in its fields also keeps a copy of its fields from the
+// first pair on, each pair made one quote, for fieldView.
 //
 // Thread safety: the count and the field strings' counts are atomic, so records may be read
 // from several threads (the first reader of a field takes the line apart, the others wait for
@@ -157,7 +157,7 @@ class KESTA_API dbrecord : public iObject {
       if (!copied || start < far_starts[fields]) return at + start;
       return reinterpret_cast<const char*>(far_starts.get() + fields + 1) + (start - far_starts[fields]);
     }
-    // Where the last field ends in field_text().
+    // Where the last field ends: in the line, or for a copied one in its unquoted form.
     std::size_t last_end() const noexcept { return copied ? far_starts[fields - 1] - 3u : length - 1u; }
     // The number of entries of far_starts.
     std::size_t far_size() const noexcept {

@@ -42,7 +42,7 @@ int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
 
 // Plain pages, without large-page advice: a large page is faster to fill only while the
 // system has free ones at hand; after a pause it must gather them first, and a fresh process's
-// load then took three to four times as long.
+// load then took two to three times as long.
 void* TextFile::allocateBytes(std::size_t size) { return ::operator new(size); }
 
 void TextFile::releaseBytes(void* at, std::size_t) noexcept { ::operator delete(at); }
