@@ -159,10 +159,10 @@ class KESTA_API dbrecord : public iObject {
     }
     // Where the last field ends: in the line, or for a copied one in its unquoted form.
     std::size_t last_end() const noexcept { return copied ? far_starts[fields - 1] - 3u : length - 1u; }
+    // The bytes of a copied line's copy: from where it begins to where the unquoted line ends.
+    std::size_t copy_size() const noexcept { return far_starts[fields - 1] - 2u - far_starts[fields]; }
     // The number of entries of far_starts.
-    std::size_t far_size() const noexcept {
-      return copied ? fields + 1u + (far_starts[fields - 1] - 2u - far_starts[fields] + 1u) / 2 : fields - 1u;
-    }
+    std::size_t far_size() const noexcept { return copied ? fields + 1u + (copy_size() + 1u) / 2 : fields - 1u; }
   };
   // kLine: the fields are still in line_. kParsing: a reader is making fields_ from it.
   // kFields: fields_ holds them (line_ may still hold the line, for readers that took a view).
