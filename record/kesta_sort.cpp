@@ -3,7 +3,7 @@
 // A whole-database sort does not call the comparators on records: it first reads each record's
 // keys once into a flat array of fixed-size prefixes, coded so that comparing prefixes orders
 // exactly as the comparators do, sorts that array and then moves the records. A comparison the
-// prefixes cannot settle falls back to the comparator itself, so the order is the same.
+// prefixes cannot settle compares the texts as the comparators do, so the order is the same.
 //
 // The keys live in process-wide state (cmp_fields and its companions below) so that views can
 // prepare them through their database's sortPrepare and reuse dbr_cmp / dbr_backcmp. Only one
@@ -15,7 +15,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <strings.h>
 #include <string_view>
 #include <vector>
 
@@ -38,25 +37,85 @@ bool is_leading_space(char c) {
   return isascii(u) && isspace(u);
 }
 
-const char* skip_space(const char* s) {
-  while (*s && is_leading_space(*s)) ++s;
-  return s;
+std::string_view skip_space(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && is_leading_space(text[i])) ++i;
+  return text.substr(i);
+}
+
+// The byte strcasecmp compares in place of c, in the locale in force when the keys were last
+// prepared: every sort prepares them before it compares.
+struct LowerTable {
+  unsigned char lower[256];
+  LowerTable() {
+    for (int c = 0; c < 256; ++c) lower[c] = static_cast<unsigned char>(std::tolower(c));
+  }
+};
+LowerTable g_lower;
+
+// The comparators read a value as a C string would, up to its first zero byte (c_text), and
+// compare the views, so that no comparison makes a field string: a sort of a loaded log
+// leaves its records holding their lines.
+
+// strcasecmp on two such texts.
+int casecmp(std::string_view a, std::string_view b) noexcept {
+  if (a == b) return 0;  // a log repeats its values: equal texts are the common tie
+  const std::size_t n = std::min(a.size(), b.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const unsigned char ca = g_lower.lower[static_cast<unsigned char>(a[i])];
+    const unsigned char cb = g_lower.lower[static_cast<unsigned char>(b[i])];
+    if (ca != cb) return ca < cb ? -1 : 1;
+  }
+  return (a.size() > b.size()) - (a.size() < b.size());
 }
 
 // Time codes compare on their first eight characters, then from the tenth on: the ninth, the
 // separator before the frames (":" or ";"), never takes part.
 // A value shorter than nine characters has an empty remainder.
-const char* frames_part(const char* s) {
-  for (int i = 0; i < 9; ++i) {
-    if (s[i] == '\0') return "";
-  }
-  return s + 9;
+int compare_timecodes(std::string_view a, std::string_view b) noexcept {
+  const int r = casecmp(a.substr(0, 8), b.substr(0, 8));
+  if (r != 0) return r;
+  const auto frames_part = [](std::string_view s) { return s.size() < 9 ? std::string_view() : s.substr(9); };
+  return casecmp(frames_part(a), frames_part(b));
 }
 
-int compare_timecodes(const char* a, const char* b) {
-  int r = strncasecmp(a, b, 8);
-  if (r != 0) return r;
-  return strcasecmp(frames_part(a), frames_part(b));
+// One key's values, leading blanks skipped, as the ascending comparator orders them.
+int compare_values(int key, std::string_view a, std::string_view b) {
+  if (a == b) return 0;
+  if (key == g_timecode_key) return compare_timecodes(a, b);
+  if (g_case_insensitive) return casecmp(a, b);
+  return strxcmp(a, b);
+}
+
+// A field's text as the comparators read it.
+std::string_view key_text(const dbrecord* record, unsigned short field) {
+  return record ? c_text(record->fieldView(field)) : std::string_view();
+}
+
+// dbr_cmp from `key` on, for records with a value in the first key.
+int ascending_from(const dbrecord& a, const dbrecord& b, const int* key) {
+  for (; *key >= 0; ++key) {
+    const auto field = static_cast<unsigned short>(*key);
+    const std::string_view va = a.fieldView(field);
+    const std::string_view vb = b.fieldView(field);
+    // An empty value ends the comparison even when later keys differ; sorted logs depend on
+    // this order.
+    if (va.empty()) return vb.empty() ? 0 : 1;
+    if (vb.empty()) return -1;
+    const int r = compare_values(*key, skip_space(c_text(va)), skip_space(c_text(vb)));
+    if (r != 0) return r;
+  }
+  return 0;
+}
+
+// dbr_backcmp from `key` on.
+int descending_from(const dbrecord* a, const dbrecord* b, const int* key) {
+  for (; *key >= 0; ++key) {
+    const auto field = static_cast<unsigned short>(*key);
+    const int r = casecmp(key_text(a, field), key_text(b, field));
+    if (r != 0) return -r;
+  }
+  return 0;
 }
 
 const Zr::Ptr<dbrecord>& entry_at(void* p) { return *static_cast<const Zr::Ptr<dbrecord>*>(p); }
@@ -104,14 +163,6 @@ struct PrefixWriter {
   void finish(Prefix& prefix) const noexcept {
     for (std::size_t i = 0; i < 8; ++i) prefix.hi = (prefix.hi << 8) | bytes[i];
     for (std::size_t i = 8; i < 16; ++i) prefix.lo = (prefix.lo << 8) | bytes[i];
-  }
-};
-
-// The byte strcasecmp compares in place of c, in the current locale as it does.
-struct LowerTable {
-  unsigned char lower[256];
-  LowerTable() {
-    for (int c = 0; c < 256; ++c) lower[c] = static_cast<unsigned char>(std::tolower(c));
   }
 };
 
@@ -188,37 +239,22 @@ struct RecordKeys {
   uint8_t rank = 0;
 };
 
-// A field's text as the comparators read it: up to its first zero byte. Taken from the
-// record's line where it still has one.
-std::string_view key_text(const dbrecord* record, unsigned short field) {
-  return record ? c_text(record->fieldView(field)) : std::string_view();
-}
-
-std::string_view skip_space(std::string_view text) {
-  std::size_t i = 0;
-  while (i < text.size() && is_leading_space(text[i])) ++i;
-  return text.substr(i);
-}
-
-// Reads the record's keys for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort;
-// answers whether a prefix holds less than its whole value.
-bool read_record_keys(const dbrecord* record, bool ascending, std::size_t key_count, const LowerTable& table,
-                      RecordKeys& out) {
+// Reads the record's keys for an ascending (dbr_cmp) or a descending (dbr_backcmp) sort.
+void read_record_keys(const dbrecord* record, bool ascending, std::size_t key_count, RecordKeys& out) {
   const int first_key = cmp_fields[0];
   if (ascending) {
     if (first_key < 0 || record == nullptr || record->fieldView(static_cast<unsigned short>(first_key)).empty()) {
       // Without keys there is nothing more to read either.
       out.rank = is_blank(record) ? 2 : (first_key < 0 ? 0 : 1);
-      return false;
+      return;
     }
   }
-  bool inexact = false;
   for (std::size_t k = 0; k < key_count; ++k) {
     const auto field = static_cast<unsigned short>(cmp_fields[k]);
     Prefix& prefix = out.keys[k];
     if (!ascending) {
-      case_folded(key_text(record, field), table, prefix);
-      inexact = inexact || !prefix.exact;
+      prefix.text = key_text(record, field);
+      case_folded(prefix.text, g_lower, prefix);
       continue;
     }
     if (record->fieldView(field).empty()) {
@@ -228,32 +264,29 @@ bool read_record_keys(const dbrecord* record, bool ascending, std::size_t key_co
     const std::string_view text = skip_space(key_text(record, field));
     prefix.text = text;
     if (cmp_fields[k] == g_timecode_key) {
-      timecode_coded(text, table, prefix);
+      timecode_coded(text, g_lower, prefix);
     } else if (g_case_insensitive) {
-      case_folded(text, table, prefix);
+      case_folded(text, g_lower, prefix);
     } else {
       natural_coded(text, prefix);
     }
-    inexact = inexact || !prefix.exact;
   }
-  return inexact;
 }
 
 // What the sort moves: a record's prefixes packed smaller (64 bytes, not the 88 of
 // RecordKeys), since a sort of a large log is bound by moving its entries.
 struct SortEntry {
   uint64_t words[2 * kPrefixKeys];  // key k's prefix: words[2k], then words[2k + 1]
-  const char* text[kPrefixKeys];    // key k's text, for values level by value
-  uint32_t length[kPrefixKeys];
+  const char* text[kPrefixKeys];    // key k's text, for values the prefix does not settle
+  uint32_t length[kPrefixKeys];     // field texts are at most 32-bit long
   uint32_t index;
   uint8_t rank;
   uint8_t empty;          // bit k: key k is empty
   uint8_t exact;          // bit k: key k's prefix holds all of its value
   uint8_t leading_zeros;  // bit k: key k's text has a number written with leading zeros
-};
 
-// Values longer than this are left to the records to compare.
-constexpr std::size_t kMaxPackedText = UINT32_MAX;
+  std::string_view key(std::size_t k) const noexcept { return std::string_view(text[k], length[k]); }
+};
 
 void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
   entry.index = index;
@@ -267,21 +300,18 @@ void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
     entry.words[2 * k] = prefix.hi;
     entry.words[2 * k + 1] = prefix.lo;
     entry.text[k] = prefix.text.data();
-    entry.length[k] = static_cast<uint32_t>(std::min(prefix.text.size(), kMaxPackedText));
+    entry.length[k] = static_cast<uint32_t>(prefix.text.size());
     if (prefix.empty) entry.empty |= bit;
-    if (prefix.exact && prefix.text.size() <= kMaxPackedText) entry.exact |= bit;
+    if (prefix.exact) entry.exact |= bit;
     if (prefix.leading_zeros) entry.leading_zeros |= bit;
   }
 }
 
-// The sign of dbr_cmp (ascending) or dbr_backcmp (descending) on the entries' records, from
-// the prefixes where they settle it.
+// The sign of dbr_cmp (ascending) or dbr_backcmp (descending) on the entries' records: from
+// the prefixes where they settle it, else from the texts.
 template <bool Ascending>
 int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
-                Zr::Ptr<dbrecord>* records) {
-  const auto comparator = [&] {
-    return Ascending ? dbr_cmp(&records[a.index], &records[b.index]) : dbr_backcmp(&records[a.index], &records[b.index]);
-  };
+                const Zr::Ptr<dbrecord>* records) {
   if constexpr (Ascending) {
     if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
     if (a.rank != 0) return 0;
@@ -292,55 +322,54 @@ int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, b
     for (std::size_t w = 2 * k; w < 2 * k + 2; ++w) {
       if (a.words[w] != b.words[w]) return (a.words[w] < b.words[w]) == Ascending ? -1 : 1;
     }
-    if (!(a.exact & b.exact & bit)) return comparator();
+    if (!(a.exact & b.exact & bit)) {
+      const int r = Ascending ? compare_values(cmp_fields[k], a.key(k), b.key(k)) : -casecmp(a.key(k), b.key(k));
+      if (r != 0) return r;
+      continue;
+    }
     if (Ascending && ((a.leading_zeros | b.leading_zeros) & bit)) {
       // Level by value; strxcmp lets the bytes decide.
-      const int r = std::string_view(a.text[k], a.length[k]).compare(std::string_view(b.text[k], b.length[k]));
+      const int r = a.key(k).compare(b.key(k));
       if (r != 0) return r < 0 ? -1 : 1;
     }
   }
-  return more_keys ? comparator() : 0;
+  if (!more_keys) return 0;
+  const int* rest = cmp_fields + key_count;
+  // A rank of 0 is a record with a value in the first key.
+  return Ascending ? ascending_from(*records[a.index], *records[b.index], rest)
+                   : descending_from(records[a.index].get(), records[b.index].get(), rest);
 }
 
-// Fills the entries; answers whether the sort may call the comparators themselves.
-bool read_keys(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
-               const LowerTable& table, std::vector<SortEntry>& entries) {
+void read_keys(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
+               std::vector<SortEntry>& entries) {
   entries.resize(n);
   const int first_key = cmp_fields[0];
-  bool inexact = false;
   for (std::size_t i = 0; i < n; ++i) {
     if (first_key >= 0) prefetch::field(records, n, i, static_cast<unsigned short>(first_key));
     RecordKeys keys;
-    inexact = read_record_keys(records[i].get(), ascending, key_count, table, keys) || inexact;
+    read_record_keys(records[i].get(), ascending, key_count, keys);
     pack(keys, static_cast<uint32_t>(i), entries[i]);
   }
-  return inexact;
 }
 
 template <bool Ascending>
-void sort_entries(std::vector<SortEntry>& entries, Zr::Ptr<dbrecord>* records, std::size_t key_count,
+void sort_entries(std::vector<SortEntry>& entries, const Zr::Ptr<dbrecord>* records, std::size_t key_count,
                   bool more_keys) {
   std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
     return entry_order<Ascending>(a, b, key_count, more_keys, records) < 0;
   });
 }
 
+// No comparison makes a field string or allocates, so nothing can throw once the entries are
+// made, and the records keep the form they had.
 void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
   std::size_t keys = 0;
   while (cmp_fields[keys] >= 0) ++keys;
   const std::size_t key_count = std::min(keys, kPrefixKeys);
   const bool more_keys = keys > key_count;
 
-  const LowerTable table;
   std::vector<SortEntry> entries;
-  if (read_keys(records, n, ascending, key_count, table, entries) || more_keys) {
-    // The comparators read field strings: made now, so that no comparison allocates (and
-    // throws) half-way through the sort. The texts' views must then be taken again.
-    for (std::size_t i = 0; i < n; ++i) {
-      if (records[i]) records[i]->takeApart();
-    }
-    read_keys(records, n, ascending, key_count, table, entries);
-  }
+  read_keys(records, n, ascending, key_count, entries);
   if (ascending) {
     sort_entries<true>(entries, records, key_count, more_keys);
   } else {
@@ -372,6 +401,7 @@ void kesta::sortPrepare(int /*direction*/, int caseInsensitive) {
   g_keys[count] = -1;
   g_case_insensitive = caseInsensitive;
   g_timecode_key = -1;
+  g_lower = LowerTable();
   cmp_fields = g_keys;
   if (g_keys[0] < 0) return;
 
@@ -402,47 +432,15 @@ int dbr_cmp(void* a, void* b) {
   // field, is needed only when a first value is empty or there are no keys.
   const int first_key = cmp_fields[0];
   if (first_key < 0 || ra == nullptr || rb == nullptr ||
-      ra->getField(static_cast<unsigned short>(first_key)).empty() ||
-      rb->getField(static_cast<unsigned short>(first_key)).empty()) {
+      ra->fieldView(static_cast<unsigned short>(first_key)).empty() ||
+      rb->fieldView(static_cast<unsigned short>(first_key)).empty()) {
     bool blank_a = is_blank(ra);
     bool blank_b = is_blank(rb);
     if (blank_a || blank_b) return blank_a == blank_b ? 0 : (blank_a ? 1 : -1);
   }
-
-  for (const int* key = cmp_fields; *key >= 0; ++key) {
-    auto field = static_cast<unsigned short>(*key);
-    const LightweightString<char>& va = ra->getField(field);
-    const LightweightString<char>& vb = rb->getField(field);
-    // An empty first value ends the comparison even when later keys differ; sorted logs
-    // depend on this order.
-    if (va.empty()) return vb.empty() ? 0 : 1;
-    if (vb.empty()) return -1;
-    const char* sa = skip_space(va.c_str());
-    const char* sb = skip_space(vb.c_str());
-    int r;
-    if (*key == g_timecode_key) {
-      r = compare_timecodes(sa, sb);
-    } else if (g_case_insensitive) {
-      r = strcasecmp(sa, sb);
-    } else {
-      r = strxcmp(sa, sb);
-    }
-    if (r != 0) return r;
-  }
-  return 0;
+  return ascending_from(*ra, *rb, cmp_fields);
 }
 
 // Descending order compares the raw texts only, always ignoring case: no blank-record,
 // empty-value, white-space or time-code rule. Callers depend on it being exactly this.
-int dbr_backcmp(void* a, void* b) {
-  const dbrecord* ra = entry_at(a).get();
-  const dbrecord* rb = entry_at(b).get();
-  for (const int* key = cmp_fields; *key >= 0; ++key) {
-    auto field = static_cast<unsigned short>(*key);
-    const char* sa = ra ? ra->get_field(field) : nullptr;
-    const char* sb = rb ? rb->get_field(field) : nullptr;
-    int r = strcasecmp(sa ? sa : "", sb ? sb : "");
-    if (r != 0) return r == INT_MIN ? INT_MAX : -r;
-  }
-  return 0;
-}
+int dbr_backcmp(void* a, void* b) { return descending_from(entry_at(a).get(), entry_at(b).get(), cmp_fields); }

@@ -4,6 +4,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "support/OS.h"
@@ -95,19 +97,31 @@ LightweightString<wchar_t> WStringFromAscii(const char* text) {
 
 }  // namespace Zr
 
-int strxcmp(const char* a, const char* b) {
-  if (!a) a = "";
-  if (!b) b = "";
-  auto p = reinterpret_cast<const unsigned char*>(a);
-  auto q = reinterpret_cast<const unsigned char*>(b);
-  while (*p && *q) {
+int strxcmp(std::string_view a, std::string_view b) {
+  // The bytes before the first difference compare level, and texts that are sorted together
+  // share long beginnings. The walk starts after the last non-digit among them, so that a run
+  // of digits is still read whole.
+  const std::size_t shorter = std::min(a.size(), b.size());
+  std::size_t same = 0;
+  for (uint64_t x, y; same + 8 <= shorter; same += 8) {
+    std::memcpy(&x, a.data() + same, 8);
+    std::memcpy(&y, b.data() + same, 8);
+    if (x != y) break;
+  }
+  while (same < shorter && a[same] == b[same]) ++same;
+  while (same > 0 && is_digit(static_cast<unsigned char>(a[same - 1]))) --same;
+  auto p = reinterpret_cast<const unsigned char*>(a.data()) + same;
+  auto q = reinterpret_cast<const unsigned char*>(b.data()) + same;
+  const auto pend = reinterpret_cast<const unsigned char*>(a.data()) + a.size();
+  const auto qend = reinterpret_cast<const unsigned char*>(b.data()) + b.size();
+  while (p != pend && q != qend) {
     if (is_digit(*p) && is_digit(*q)) {
       // Compare the runs by value: fewer significant digits is smaller, then digit by digit.
-      while (*p == '0' && is_digit(p[1])) ++p;
-      while (*q == '0' && is_digit(q[1])) ++q;
+      while (*p == '0' && p + 1 != pend && is_digit(p[1])) ++p;
+      while (*q == '0' && q + 1 != qend && is_digit(q[1])) ++q;
       auto pe = p, qe = q;
-      while (is_digit(*pe)) ++pe;
-      while (is_digit(*qe)) ++qe;
+      while (pe != pend && is_digit(*pe)) ++pe;
+      while (qe != qend && is_digit(*qe)) ++qe;
       if (pe - p != qe - q) return pe - p < qe - q ? -1 : 1;
       for (; p < pe; ++p, ++q) {
         if (*p != *q) return *p < *q ? -1 : 1;
@@ -118,10 +132,14 @@ int strxcmp(const char* a, const char* b) {
     ++p;
     ++q;
   }
-  if (*p || *q) return *p ? 1 : -1;
+  if (p != pend || q != qend) return p != pend ? 1 : -1;
   // Level by value ("a01" and "a1"): the bytes decide, so only equal texts answer 0.
-  int c = std::strcmp(a, b);
+  const int c = a.compare(b);
   return (c > 0) - (c < 0);
+}
+
+int strxcmp(const char* a, const char* b) {
+  return strxcmp(std::string_view(a ? a : ""), std::string_view(b ? b : ""));
 }
 
 LightweightString<char> BoolAsString(bool value) { return value ? "true" : "false"; }

@@ -9,6 +9,7 @@
 // Thread safety: every function here is reentrant.
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "support/LightweightString.h"
@@ -83,6 +84,8 @@ inline std::vector<LightweightString<char>> convertIndicesToSubStrings(const Lig
 // Case-sensitive natural order: runs of ASCII digits compare by numeric value, other bytes by
 // unsigned value, so "A2" < "A10"; texts level that way fall back to strcmp (a total order).
 KESTA_SUPPORT_API int strxcmp(const char* a, const char* b);
+// The same for texts that end where their views do; they hold no zero byte.
+KESTA_SUPPORT_API int strxcmp(std::string_view a, std::string_view b);
 
 // "true" or "false".
 KESTA_SUPPORT_API LightweightString<char> BoolAsString(bool value);

@@ -158,14 +158,9 @@ void KSTViewRep::sort(int field, int order) {
   sort_field_slot = field;
   source->sortPrepare(field, order);
   sort_view_slot = this;
+  // The comparators read the records' fields without making strings of them, so no
+  // comparison allocates: an exception cannot pass through qsort.
   std::vector<ViewIndex::Entry> entries = index_.entries();
-  // A record still held as its line makes its field strings on the first comparison; made
-  // here, so that no comparison allocates: an exception cannot pass through qsort.
-  // Not takeApart: a view sort changes no record, and other threads may be reading them.
-  for (const ViewIndex::Entry& entry : entries) {
-    const Zr::Ptr<dbrecord> record = source->get_record(entry.row);
-    if (record && record->get_num_fields() > 0) (void)record->getField(0);
-  }
   if (!entries.empty()) std::qsort(entries.data(), entries.size(), sizeof(ViewIndex::Entry), compareEntries);
   index_.assign(entries);
 }

@@ -57,6 +57,15 @@ inline bool holdAsLines(kesta& db) {
   return true;
 }
 
+// How many records keep their line.
+inline unsigned heldCount(kesta& db) {
+  unsigned held = 0;
+  for (unsigned r = 0; r < db.get_num_records(); ++r) {
+    if (Zr::Ptr<dbrecord> record = db.get_record(r)) held += record->heldAsLine();
+  }
+  return held;
+}
+
 // Column `field` of the visible rows; with `tagged`, of those whose tag is non-zero only.
 inline Strings columnOf(iKST& db, unsigned field, bool tagged = false) {
   Strings out;

@@ -157,12 +157,20 @@ TEST(Strxcmp, NaturalOrder) {
   } cases[] = {{"A2", "A10", -1}, {"x9y", "x10y", -1}, {"abc", "abd", -1}, {"", "a", -1}, {"a", "a", 0},
                {"B", "a", -1},    {"a\xFF", "a1", 1},  {"a1b", "a1", 1},   {"0", "00", -1}, {"a01", "a1", -1},
                {"file007", "file7", -1}, {"1.10", "1.9", 1}, {"a-1", "a1", -1},
-               {"n99999999999999999999", "n100000000000000000000", -1}};
+               {"n99999999999999999999", "n100000000000000000000", -1},
+               // Level up to a digit: the run is still compared whole.
+               {"A19", "A100", -1}, {"v12b", "v123", -1}, {"x0012", "x012", -1}, {"take 7a", "take 7", 1},
+               {"long shared beginning 0000000009", "long shared beginning 10", -1}};
   for (const auto& c : cases) {
     EXPECT_EQ(sign(strxcmp(c.a, c.b)), c.expected) << c.a << " vs " << c.b;
     EXPECT_EQ(sign(strxcmp(c.b, c.a)), -c.expected) << c.b << " vs " << c.a;
   }
   EXPECT_EQ(strxcmp(nullptr, ""), 0);
+  // Views end where they say, whatever bytes follow them.
+  const std::string_view a12("A12"), a13("A13");
+  EXPECT_EQ(strxcmp(a12.substr(0, 2), a13.substr(0, 2)), 0);
+  EXPECT_EQ(strxcmp(a12.substr(0, 2), std::string_view("A9")), -1);
+  EXPECT_EQ(strxcmp(std::string_view("A10x").substr(0, 3), std::string_view("A9")), 1);
 }
 
 TEST(Strxcmp, IsATotalOrder) {

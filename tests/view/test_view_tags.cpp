@@ -6,6 +6,7 @@
 
 #include <set>
 
+#include "record/StoreTestUtil.h"
 #include "support/SystemWatchdog.h"
 #include "view/ViewProbe.h"
 
@@ -187,6 +188,7 @@ TEST(ViewTags, TagsReachTheSourceAndComeBackFromIt) {
 
 TEST(ViewTags, SortOrdersTheIndexBothWaysUnderTheWatchdog) {
   Zr::Ptr<ScriptedKesta> db = namedDatabase({"b", "d", "a", "c"});
+  ASSERT_TRUE(storetest::holdAsLines(*db));  // as loaded records are
   Held view(new KSTViewRep(db.get()));
   view->displayAllRecords();
   view->set_tag(0, 1);  // "b" carries its flag along
@@ -201,6 +203,7 @@ TEST(ViewTags, SortOrdersTheIndexBothWaysUnderTheWatchdog) {
   EXPECT_EQ(db->prepared, (std::vector<std::vector<int>>{{1, 0, 1}, {-1, 0, 1}}));
   EXPECT_EQ(SystemWatchdog::lifeSupportDepth(), 0);
   EXPECT_EQ(names(*db), (std::vector<std::string>{"b", "d", "a", "c"})) << "the database keeps its order";
+  EXPECT_EQ(storetest::heldCount(*db), 4u) << "the sort took records apart";
 
   Held detached(new KSTViewRep(nullptr));
   detached->sort(1, 0);
