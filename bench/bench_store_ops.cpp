@@ -135,15 +135,14 @@ void setQueryText(kesta& db, unsigned column, const char* text) {
   db.set_query(query.get());
 }
 
-void sortBench(benchmark::State& state, int direction) {
+void sortBench(benchmark::State& state, int direction, std::vector<int> keys = {kReel, kStart, -1}) {
   const unsigned n = static_cast<unsigned>(state.range(0));
   BenchKesta& db = logOf(state);
   std::mt19937 rng(7);
-  int keys[] = {kReel, kStart, -1};
   for (auto _ : state) {
     state.PauseTiming();
     db.shuffle(rng);
-    db.set_sortfields(keys);
+    db.set_sortfields(keys.data());
     state.ResumeTiming();
     db.sort(direction, 0);
   }
@@ -152,6 +151,8 @@ void sortBench(benchmark::State& state, int direction) {
 
 void BM_SortTwoKeysAscending(benchmark::State& state) { sortBench(state, 1); }
 void BM_SortTwoKeysDescending(benchmark::State& state) { sortBench(state, -1); }
+// One key whose values run past what the sort's prefixes hold, and repeat, as descriptions do.
+void BM_SortLongValues(benchmark::State& state) { sortBench(state, 1, {kDescription, -1}); }
 
 void tagBench(benchmark::State& state, unsigned column, const char* query) {
   const unsigned n = static_cast<unsigned>(state.range(0));
@@ -236,5 +237,6 @@ KESTA_STORE_BENCH(BM_TagMatchingSubstring);
 KESTA_STORE_BENCH(BM_TagMatchingTimecodeRange);
 KESTA_STORE_BENCH(BM_TagAllDifferentReel);
 KESTA_STORE_BENCH(BM_DeleteEveryThirdRecord);
+KESTA_STORE_BENCH(BM_SortLongValues);
 
 }  // namespace
