@@ -15,6 +15,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -323,6 +324,7 @@ int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, b
       if (a.words[w] != b.words[w]) return (a.words[w] < b.words[w]) == Ascending ? -1 : 1;
     }
     if (!(a.exact & b.exact & bit)) {
+      if (a.text[k] == b.text[k] && a.length[k] == b.length[k]) continue;  // one shared text
       const int r = Ascending ? compare_values(cmp_fields[k], a.key(k), b.key(k)) : -casecmp(a.key(k), b.key(k));
       if (r != 0) return r;
       continue;
@@ -340,14 +342,51 @@ int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, b
                    : descending_from(records[a.index].get(), records[b.index].get(), rest);
 }
 
+// Equal values that the prefixes do not settle, made to share one text, so that the sort finds
+// them level without reading them: a log repeats its descriptions and notes, and reading
+// values scattered over a large log costs a cache miss each. The first values seen are kept;
+// a column of all different values fills the table early and is then left alone.
+class SameTexts {
+ public:
+  std::string_view shared(std::string_view text) {
+    if (kept_ == kMaxTexts) return text;
+    if (slots_.empty()) slots_.resize(kSlots);
+    const std::size_t hash = std::hash<std::string_view>()(text);
+    for (std::size_t i = hash & (kSlots - 1);; i = (i + 1) & (kSlots - 1)) {
+      Slot& slot = slots_[i];
+      if (slot.text.data() == nullptr) {
+        slot = Slot{text, hash};
+        ++kept_;
+        return text;
+      }
+      if (slot.hash == hash && slot.text == text) return slot.text;
+    }
+  }
+
+ private:
+  static constexpr std::size_t kSlots = std::size_t{1} << 16;
+  static constexpr std::size_t kMaxTexts = kSlots / 2;
+  struct Slot {
+    std::string_view text;
+    std::size_t hash = 0;
+  };
+  std::vector<Slot> slots_;
+  std::size_t kept_ = 0;
+};
+
 void read_keys(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
                std::vector<SortEntry>& entries) {
   entries.resize(n);
   const int first_key = cmp_fields[0];
+  SameTexts same;
   for (std::size_t i = 0; i < n; ++i) {
     if (first_key >= 0) prefetch::field(records, n, i, static_cast<unsigned short>(first_key));
     RecordKeys keys;
     read_record_keys(records[i].get(), ascending, key_count, keys);
+    for (std::size_t k = 0; k < key_count; ++k) {
+      Prefix& prefix = keys.keys[k];
+      if (!prefix.exact && !prefix.text.empty()) prefix.text = same.shared(prefix.text);
+    }
     pack(keys, static_cast<uint32_t>(i), entries[i]);
   }
 }

@@ -122,6 +122,40 @@ TEST(Sort, ShowTagsOnlyFollowsNewOrder) {
   EXPECT_EQ(db->get_new_row(3), 2u);
 }
 
+// Values that share more than any prefix holds and repeat, as descriptions do: the sort must
+// still tell every different one apart and go on to the next key for equal ones.
+TEST(Sort, RepeatedLongValuesSortByTheirWholeText) {
+  std::mt19937 rng(7);
+  for (int direction : {1, -1}) {
+    for (bool as_lines : {false, true}) {
+      Rows table;
+      std::vector<std::pair<std::string, std::string>> expected;
+      for (int i = 0; i < 400; ++i) {
+        const std::string note = "LONG SHARED BEGINNING, THEN " + std::string(1, static_cast<char>('A' + rng() % 26)) + "Z";
+        char name[16];
+        std::snprintf(name, sizeof name, "n%03d", i);
+        table.push_back({name, "", "", "", note});
+        expected.emplace_back(note, name);
+      }
+      std::shuffle(table.begin(), table.end(), rng);
+      Zr::Ptr<kesta> db = makeDb(kFields, table);
+      if (as_lines) {
+        ASSERT_TRUE(holdAsLines(*db));
+      }
+      int keys[] = {4, kName, -1};
+      db->set_sortfields(keys);
+      db->sort(direction, 0);
+      std::sort(expected.begin(), expected.end());
+      if (direction < 0) std::reverse(expected.begin(), expected.end());
+      std::vector<std::pair<std::string, std::string>> sorted;
+      for (unsigned r = 0; r < db->get_num_records(); ++r) {
+        sorted.emplace_back(db->getField(r, 4).c_str(), db->getField(r, kName).c_str());
+      }
+      EXPECT_EQ(sorted, expected) << "direction " << direction << (as_lines ? ", held as lines" : "");
+    }
+  }
+}
+
 // Random values mixing digit runs (leading zeros, runs too long for any short prefix), case,
 // leading blanks, bytes above 127, long shared beginnings, time codes, empty fields, blank
 // records and empty list entries, in field strings or held as lines.
