@@ -29,6 +29,10 @@ jobs=(
 "merge|merge $L $O/second.kst -o $O/m.kst"
 "load (convert)|convert $L $O/x3.kst"
 "sort|sort $L --by Reel,Start\ time -o $O/s.kst"
+"sort on Description|sort $L --by Description -o $O/s1.kst"
+"sort on Notes, desc|sort $L --by Notes --desc -o $O/s2.kst"
+"sort on 3 keys|sort $L --by Description,Who,Scene -o $O/s3.kst"
+"distinct Description|distinct $L --field Description --format csv"
 )
 for j in "${jobs[@]}"; do
   name=${j%%|*}; args=${j#*|}
@@ -41,6 +45,6 @@ for j in "${jobs[@]}"; do
     done
     med=$(printf '%s\n' "${ts[@]}" | sort -n | sed -n "$(( (RUNS+1)/2 ))p")
     mem=$(printf '%s\n' "${ms[@]}" | sort -n | tail -1)
-    printf '%-22s %-4s %7.2f s %6d MB\n' "$name" $which $med $((mem/1024))
+    printf '%-24s %-4s %7.2f s %6d MB\n' "$name" $which $med $((mem/1024))
   done
 done
