@@ -287,6 +287,10 @@ struct SortEntry {
   uint8_t leading_zeros;  // bit k: key k's text has a number written with leading zeros
 
   std::string_view key(std::size_t k) const noexcept { return std::string_view(text[k], length[k]); }
+  // Key k of both is one text: level, without reading it.
+  bool same_text(const SortEntry& other, std::size_t k) const noexcept {
+    return text[k] == other.text[k] && length[k] == other.length[k];
+  }
 };
 
 void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
@@ -324,12 +328,12 @@ int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, b
       if (a.words[w] != b.words[w]) return (a.words[w] < b.words[w]) == Ascending ? -1 : 1;
     }
     if (!(a.exact & b.exact & bit)) {
-      if (a.text[k] == b.text[k] && a.length[k] == b.length[k]) continue;  // one shared text
+      if (a.same_text(b, k)) continue;
       const int r = Ascending ? compare_values(cmp_fields[k], a.key(k), b.key(k)) : -casecmp(a.key(k), b.key(k));
       if (r != 0) return r;
       continue;
     }
-    if (Ascending && ((a.leading_zeros | b.leading_zeros) & bit)) {
+    if (Ascending && ((a.leading_zeros | b.leading_zeros) & bit) && !a.same_text(b, k)) {
       // Level by value; strxcmp lets the bytes decide.
       const int r = a.key(k).compare(b.key(k));
       if (r != 0) return r < 0 ? -1 : 1;
@@ -342,10 +346,11 @@ int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, b
                    : descending_from(records[a.index].get(), records[b.index].get(), rest);
 }
 
-// Equal values that the prefixes do not settle, made to share one text, so that the sort finds
-// them level without reading them: a log repeats its descriptions and notes, and reading
-// values scattered over a large log costs a cache miss each. The first values seen are kept;
-// a column of all different values fills the table early and is then left alone.
+// Equal values that the prefixes do not settle (long ones, and numbers written with leading
+// zeros, "A001"), made to share one text, so that the sort finds them level without reading
+// them: a log repeats its reels, descriptions and notes, and reading values scattered over a
+// large log costs a cache miss each. The first values seen are kept; a column of all
+// different values fills the table early and is then left alone.
 class SameTexts {
  public:
   std::string_view shared(std::string_view text) {
@@ -385,7 +390,7 @@ void read_keys(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, 
     read_record_keys(records[i].get(), ascending, key_count, keys);
     for (std::size_t k = 0; k < key_count; ++k) {
       Prefix& prefix = keys.keys[k];
-      if (!prefix.exact && !prefix.text.empty()) prefix.text = same.shared(prefix.text);
+      if ((!prefix.exact || prefix.leading_zeros) && !prefix.text.empty()) prefix.text = same.shared(prefix.text);
     }
     pack(keys, static_cast<uint32_t>(i), entries[i]);
   }
