@@ -31,7 +31,8 @@ jobs=(
 "sort|sort $L --by Reel,Start\ time -o $O/s.kst"
 "sort on Description|sort $L --by Description -o $O/s1.kst"
 "sort on Notes, desc|sort $L --by Notes --desc -o $O/s2.kst"
-"sort on 3 keys|sort $L --by Description,Who,Scene -o $O/s3.kst"
+"sort on Reel,Scene,Shot|sort $L --by Reel,Scene,Shot -o $O/s3.kst"
+"sort on 3 long keys|sort $L --by Description,Who,Scene -o $O/s4.kst"
 "distinct Description|distinct $L --field Description --format csv"
 )
 for j in "${jobs[@]}"; do
