@@ -17,6 +17,7 @@
 #include <cstring>
 #include <functional>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "record/FieldText.h"
@@ -133,8 +134,9 @@ namespace {
 
 // ------------------------------------------------------------ prefix keys for sort()
 
-// Keys read into the array; a comparison still level after them falls back to the comparator.
-constexpr std::size_t kPrefixKeys = 2;
+// Keys read into the array: two, or three for a sort on more (reel, scene, shot); a comparison
+// still level after them reads the later keys from the records.
+constexpr std::size_t kMaxPrefixKeys = 3;
 constexpr std::size_t kPrefixBytes = 16;
 
 // A key's first kPrefixBytes coded bytes as two big-endian words, so that word order is the
@@ -235,7 +237,7 @@ void natural_coded(std::string_view s, Prefix& prefix) {
 
 // Everything the sort reads of one record's keys.
 struct RecordKeys {
-  std::array<Prefix, kPrefixKeys> keys;
+  std::array<Prefix, kMaxPrefixKeys> keys;
   // dbr_cmp's classes: 0 a value in the first key, 1 none there but not blank, 2 blank.
   uint8_t rank = 0;
 };
@@ -274,12 +276,13 @@ void read_record_keys(const dbrecord* record, bool ascending, std::size_t key_co
   }
 }
 
-// What the sort moves: a record's prefixes packed smaller (64 bytes, not the 88 of
-// RecordKeys), since a sort of a large log is bound by moving its entries.
+// What the sort moves: a record's K prefixes packed small (64 bytes for two keys), since a sort
+// of a large log is bound by moving its entries.
+template <std::size_t K>
 struct SortEntry {
-  uint64_t words[2 * kPrefixKeys];  // key k's prefix: words[2k], then words[2k + 1]
-  const char* text[kPrefixKeys];    // key k's text, for values the prefix does not settle
-  uint32_t length[kPrefixKeys];     // field texts are at most 32-bit long
+  uint64_t words[2 * K];  // key k's prefix: words[2k], then words[2k + 1]
+  const char* text[K];    // key k's text, for values the prefix does not settle
+  uint32_t length[K];     // field texts are at most 32-bit long
   uint32_t index;
   uint8_t rank;
   uint8_t empty;          // bit k: key k is empty
@@ -293,13 +296,16 @@ struct SortEntry {
   }
 };
 
-void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
+static_assert(sizeof(SortEntry<2>) == 64);
+
+template <std::size_t K>
+void pack(const RecordKeys& keys, uint32_t index, SortEntry<K>& entry) {
   entry.index = index;
   entry.rank = keys.rank;
   entry.empty = 0;
   entry.exact = 0;
   entry.leading_zeros = 0;
-  for (std::size_t k = 0; k < kPrefixKeys; ++k) {
+  for (std::size_t k = 0; k < K; ++k) {
     const Prefix& prefix = keys.keys[k];
     const auto bit = static_cast<uint8_t>(1u << k);
     entry.words[2 * k] = prefix.hi;
@@ -314,8 +320,8 @@ void pack(const RecordKeys& keys, uint32_t index, SortEntry& entry) {
 
 // The sign of dbr_cmp (ascending) or dbr_backcmp (descending) on the entries' records: from
 // the prefixes where they settle it, else from the texts.
-template <bool Ascending>
-int entry_order(const SortEntry& a, const SortEntry& b, std::size_t key_count, bool more_keys,
+template <bool Ascending, std::size_t K>
+int entry_order(const SortEntry<K>& a, const SortEntry<K>& b, std::size_t key_count, bool more_keys,
                 const Zr::Ptr<dbrecord>* records) {
   if constexpr (Ascending) {
     if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
@@ -379,8 +385,9 @@ class SameTexts {
   std::size_t kept_ = 0;
 };
 
+template <std::size_t K>
 void read_keys(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t key_count,
-               std::vector<SortEntry>& entries) {
+               std::vector<SortEntry<K>>& entries) {
   entries.resize(n);
   const int first_key = cmp_fields[0];
   SameTexts same;
@@ -396,32 +403,38 @@ void read_keys(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, 
   }
 }
 
-template <bool Ascending>
-void sort_entries(std::vector<SortEntry>& entries, const Zr::Ptr<dbrecord>* records, std::size_t key_count,
-                  bool more_keys) {
-  std::sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
-    return entry_order<Ascending>(a, b, key_count, more_keys, records) < 0;
-  });
-}
-
 // No comparison makes a field string or allocates, so nothing can throw once the entries are
 // made, and the records keep the form they had.
-void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
-  std::size_t keys = 0;
-  while (cmp_fields[keys] >= 0) ++keys;
-  const std::size_t key_count = std::min(keys, kPrefixKeys);
+template <std::size_t K>
+void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t keys) {
+  const std::size_t key_count = std::min(keys, K);
   const bool more_keys = keys > key_count;
-
-  std::vector<SortEntry> entries;
+  std::vector<SortEntry<K>> entries;
   read_keys(records, n, ascending, key_count, entries);
+  const auto by = [&](auto ascending_order) {
+    return [&](const SortEntry<K>& a, const SortEntry<K>& b) {
+      return entry_order<decltype(ascending_order)::value>(a, b, key_count, more_keys, records) < 0;
+    };
+  };
   if (ascending) {
-    sort_entries<true>(entries, records, key_count, more_keys);
+    std::sort(entries.begin(), entries.end(), by(std::true_type()));
   } else {
-    sort_entries<false>(entries, records, key_count, more_keys);
+    std::sort(entries.begin(), entries.end(), by(std::false_type()));
   }
   std::vector<Zr::Ptr<dbrecord>> sorted(n);
   for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[entries[i].index]);
   std::move(sorted.begin(), sorted.end(), records);
+}
+
+void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
+  std::size_t keys = 0;
+  while (cmp_fields[keys] >= 0) ++keys;
+  // A third prefix makes each entry half as large again: worth it only where it is read.
+  if (keys > 2) {
+    sort_records<3>(records, n, ascending, keys);
+  } else {
+    sort_records<2>(records, n, ascending, keys);
+  }
 }
 }  // namespace
 

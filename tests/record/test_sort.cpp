@@ -126,11 +126,14 @@ TEST(Sort, ShowTagsOnlyFollowsNewOrder) {
 // Values the prefixes do not settle, repeated as a log repeats them: long ones that share
 // more than a prefix holds, and numbers written with and without leading zeros, level by value
 // and of one length ("R01-7", "R1-07"). The sort must tell every different one apart and go on
-// to the next key for equal ones.
+// to the next key for equal ones, also as the third of four keys after two level ones.
 TEST(Sort, RepeatedValuesThePrefixesDoNotSettle) {
   const char* const kReels[] = {"R01-7", "R1-07", "R001-7", "R1-7", "R01-07", "R10-1"};
   std::mt19937 rng(7);
-  for (int kind : {0, 1}) {
+  for (int kind : {0, 1, 2, 3}) {
+    // Kinds 2 and 3 sort the values of kinds 0 and 1 after two keys that are level everywhere.
+    std::vector<int> keys = {4, kName, -1};
+    if (kind >= 2) keys = {kReel, kScene, 4, kName, -1};
     for (int direction : {1, -1}) {
       for (bool as_lines : {false, true}) {
         SCOPED_TRACE("kind " + std::to_string(kind) + ", direction " + std::to_string(direction) +
@@ -138,11 +141,12 @@ TEST(Sort, RepeatedValuesThePrefixesDoNotSettle) {
         Rows table;
         std::vector<std::pair<std::string, std::string>> expected;
         for (int i = 0; i < 400; ++i) {
-          const std::string value = kind == 0 ? "LONG SHARED BEGINNING, THEN " + std::string(1, static_cast<char>('A' + rng() % 26))
-                                              : kReels[rng() % std::size(kReels)];
+          const std::string value = kind % 2 == 0
+                                        ? "LONG SHARED BEGINNING, THEN " + std::string(1, static_cast<char>('A' + rng() % 26))
+                                        : kReels[rng() % std::size(kReels)];
           char name[16];
           std::snprintf(name, sizeof name, "n%03d", i);
-          table.push_back({name, "", "", "", value});
+          table.push_back({name, "R1", "S1", "", value});
           expected.emplace_back(value, name);
         }
         std::shuffle(table.begin(), table.end(), rng);
@@ -150,8 +154,7 @@ TEST(Sort, RepeatedValuesThePrefixesDoNotSettle) {
         if (as_lines) {
           ASSERT_TRUE(holdAsLines(*db));
         }
-        int keys[] = {4, kName, -1};
-        db->set_sortfields(keys);
+        db->set_sortfields(keys.data());
         db->sort(direction, 0);
         // Descending compares the bytes (no letters differ in case here); ascending in natural order.
         std::sort(expected.begin(), expected.end(), [&](const auto& a, const auto& b) {
