@@ -22,6 +22,7 @@
 
 #include "record/FieldText.h"
 #include "record/Prefetch.h"
+#include "record/SortOrder.h"
 #include "record/kesta.h"
 #include "support/StringUtils.h"
 
@@ -403,10 +404,8 @@ void read_keys(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, 
   }
 }
 
-// No comparison makes a field string or allocates, so nothing can throw once the entries are
-// made, and the records keep the form they had.
 template <std::size_t K>
-void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t keys) {
+std::vector<uint32_t> sort_order(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std::size_t keys) {
   const std::size_t key_count = std::min(keys, K);
   const bool more_keys = keys > key_count;
   std::vector<SortEntry<K>> entries;
@@ -421,22 +420,19 @@ void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending, std
   } else {
     std::sort(entries.begin(), entries.end(), by(std::false_type()));
   }
-  std::vector<Zr::Ptr<dbrecord>> sorted(n);
-  for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[entries[i].index]);
-  std::move(sorted.begin(), sorted.end(), records);
+  std::vector<uint32_t> order(n);
+  for (std::size_t i = 0; i < n; ++i) order[i] = entries[i].index;
+  return order;
 }
 
-void sort_records(Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
+}  // namespace
+
+std::vector<uint32_t> sortOrder(const Zr::Ptr<dbrecord>* records, std::size_t n, bool ascending) {
   std::size_t keys = 0;
   while (cmp_fields[keys] >= 0) ++keys;
   // A third prefix makes each entry half as large again: worth it only where it is read.
-  if (keys > 2) {
-    sort_records<3>(records, n, ascending, keys);
-  } else {
-    sort_records<2>(records, n, ascending, keys);
-  }
+  return keys > 2 ? sort_order<3>(records, n, ascending, keys) : sort_order<2>(records, n, ascending, keys);
 }
-}  // namespace
 
 void kesta::set_sortfield(int field) {
   sort_fields_.clear();
@@ -478,7 +474,15 @@ void kesta::sortPrepare(int /*direction*/, int caseInsensitive) {
 
 void kesta::sort(int direction, int caseInsensitive) {
   sortPrepare(direction, caseInsensitive);
-  if (!records_.empty()) sort_records(records_.contiguous(), records_.size(), direction >= 0);
+  if (!records_.empty()) {
+    // Nothing can throw once the order is made: the records move without allocating.
+    Zr::Ptr<dbrecord>* records = records_.contiguous();
+    const std::size_t n = records_.size();
+    const std::vector<uint32_t> order = sortOrder(records, n, direction >= 0);
+    std::vector<Zr::Ptr<dbrecord>> sorted(n);
+    for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[order[i]]);
+    std::move(sorted.begin(), sorted.end(), records);
+  }
   if (show_tags_only_) index_tags();
 }
 

@@ -4,31 +4,14 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <string_view>
 #include <vector>
 
 #include "record/FieldText.h"
+#include "record/SortOrder.h"
 #include "support/SystemWatchdog.h"
 #include "view/KSTViewRep.h"
-
-namespace {
-
-// The comparison of a view sort reads these; like the database sort's keys they are
-// process-wide, so one sort runs at a time.
-int sort_field_slot = 0;
-KSTViewRep* sort_view_slot = nullptr;
-
-int compareEntries(const void* a, const void* b) {
-  iKST* source = sort_view_slot->db();
-  Zr::Ptr<dbrecord> first = source->get_record(static_cast<const ViewIndex::Entry*>(a)->row);
-  Zr::Ptr<dbrecord> second = source->get_record(static_cast<const ViewIndex::Entry*>(b)->row);
-  if (!first || !second) return 0;
-  return sort_field_slot < 0 ? dbr_backcmp(&first, &second) : dbr_cmp(&first, &second);
-}
-
-}  // namespace
 
 bool KSTViewRep::tag(int row) { return inRange(row) && index_.tag(row) != 0; }
 
@@ -155,12 +138,13 @@ void KSTViewRep::sort(int field, int order) {
   SystemWatchdog::Scope life_support;
   iKST* source = db();
   if (!source) return;
-  sort_field_slot = field;
   source->sortPrepare(field, order);
-  sort_view_slot = this;
-  // The comparators read the records' fields without making strings of them, so no
-  // comparison allocates: an exception cannot pass through qsort.
-  std::vector<ViewIndex::Entry> entries = index_.entries();
-  if (!entries.empty()) std::qsort(entries.data(), entries.size(), sizeof(ViewIndex::Entry), compareEntries);
-  index_.assign(entries);
+  // The records are read as the database sort reads its own; none is changed.
+  const std::vector<ViewIndex::Entry> entries = index_.entries();
+  std::vector<Zr::Ptr<dbrecord>> records(entries.size());
+  for (std::size_t i = 0; i < entries.size(); ++i) records[i] = source->get_record(entries[i].row);
+  const std::vector<uint32_t> sorted = sortOrder(records.data(), records.size(), field >= 0);
+  std::vector<ViewIndex::Entry> reordered(entries.size());
+  for (std::size_t i = 0; i < entries.size(); ++i) reordered[i] = entries[sorted[i]];
+  index_.assign(reordered);
 }
