@@ -1,13 +1,14 @@
 // kesta: sort fields, the process-wide comparison keys and the two record comparators.
 //
-// A whole-database sort does not call the comparators on records: it first reads each record's
-// keys once into a flat array of fixed-size prefixes, coded so that comparing prefixes orders
-// exactly as the comparators do, sorts that array and then moves the records. A comparison the
-// prefixes cannot settle compares the texts as the comparators do, so the order is the same.
+// A sort does not call the comparators on records: sortOrder first reads each record's keys
+// once into a flat array of fixed-size prefixes, coded so that comparing prefixes orders
+// exactly as the comparators do, and sorts that array; a database then moves its records, a
+// view its rows. A comparison the prefixes cannot settle compares the texts as the comparators
+// do, so the order is the same.
 //
 // The keys live in process-wide state (cmp_fields and its companions below) so that views can
-// prepare them through their database's sortPrepare and reuse dbr_cmp / dbr_backcmp. Only one
-// sort may run at a time in a process.
+// prepare them through their database's sortPrepare and share the sort and the comparators.
+// Only one sort may run at a time in a process.
 
 #include <algorithm>
 #include <array>
