@@ -1,5 +1,6 @@
 // Sorting: sort-field lists and the prepared keys, both comparators' rules, and whole-database
-// sorts of random values, whose every pair of rows the comparators must accept.
+// sorts of random values, in no order or in runs of order, whose every pair of rows the
+// comparators must accept.
 
 #include <gtest/gtest.h>
 
@@ -260,6 +261,38 @@ TEST(Sort, RandomSortsLeaveEveryPairInAnOrderTheComparatorAccepts) {
       ASSERT_EQ(sortedRows(*db), before) << "the sort lost or changed records";
       EXPECT_EQ(heldCount(*db), held) << "the sort took records apart";
       // The sort leaves the keys prepared, so the comparators read the same keys.
+      expectEveryPairInOrder(*db, direction);
+    }
+  }
+}
+
+// Logs in order already, or in a few runs of order either way (two sorted logs merged, records
+// appended), which a sort merges, and in more runs than it merges.
+TEST(Sort, LogsInRunsOfOrder) {
+  std::vector<int> keys = {kReel, kTc, -1};
+  std::mt19937 rng(5);
+  for (int runs : {1, 2, 3, 8, 9, 30}) {
+    for (int mode = 0; mode < 4; ++mode) {
+      const int case_insensitive = mode & 1, direction = mode & 2 ? -1 : 1;
+      SCOPED_TRACE(std::to_string(runs) + " runs, case-insensitive " + std::to_string(case_insensitive) +
+                   " direction " + std::to_string(direction));
+      Rows table;
+      for (int run = 0; run < runs; ++run) {
+        Zr::Ptr<kesta> piece = randomDb(rng, 40, false);
+        piece->set_sortfields(keys.data());
+        piece->sort(rng() % 2 ? 1 : -1, case_insensitive);
+        const Rows rows = rowsOf(*piece);
+        table.insert(table.end(), rows.begin(), rows.end());
+      }
+      Zr::Ptr<kesta> db = makeDb(kFields, table);
+      const Rows before = sortedRows(*db);
+      db->set_sortfields(keys.data());
+      KSTView view(new KSTViewRep(db.get()));
+      view->displayAllRecords();
+      view->sort(direction, case_insensitive);
+      expectEveryPairInOrder(*view.get(), direction);
+      db->sort(direction, case_insensitive);
+      ASSERT_EQ(sortedRows(*db), before) << "the sort lost or changed records";
       expectEveryPairInOrder(*db, direction);
     }
   }
