@@ -442,7 +442,8 @@ int dbrecord::read(TextFile& file) {
       kept = line_.far_starts.get();
     }
     std::memcpy(kept, starts.first + 1, (count - 1u) * sizeof(uint16_t));
-    fields_.clear();
+    // A record that had fields lets their room go too: the line holds them now.
+    std::vector<LightweightString<char>>().swap(fields_);
     form_.store(kLine, std::memory_order_release);
     mark_changed();
     return count;

@@ -160,6 +160,14 @@ void TextFile::appendLine(std::string_view text) {
   });
 }
 
+void TextFile::reserve(std::size_t bytes, std::size_t lines) {
+  or_bad_alloc([&] {
+    Bytes& buffer = own_buffer(true);
+    buffer.reserve(buffer.size() + bytes);
+    lines_.reserve(lines_.size() + lines);
+  });
+}
+
 bool TextFile::save(const LightweightString<wchar_t>& name, eEOLStyle style) const {
   TextFileWriter out(name, style);
   for (unsigned i = 0; i < lines_.size(); ++i) out.appendLine(line(i));

@@ -98,6 +98,9 @@ class KESTA_SUPPORT_API TextFile {
   // Without it a literal would match both overloads above.
   void appendLine(const char* text) { appendLine(std::string_view(text ? text : "")); }
   void clear() noexcept;
+  // Room for `bytes` more bytes of lines and `lines` more lines: appending them then moves
+  // nothing, and the buffer holds no more room than asked for.
+  void reserve(std::size_t bytes, std::size_t lines);
 
   // The read cursor: the index of the next line a record reader takes.
   unsigned readCursor() const noexcept { return cursor_; }

@@ -115,6 +115,41 @@ TEST_F(KstConvert, ValuesTheLogCannotKeepAreReported) {
                 path("blanks.csv") + ", line 2, column \"Notes\"\nkst: wrote 2 records to " + path("out.kst") + "\n");
 }
 
+// Thousands of records, some reading back changed, some with quotes, one blank: the file holds
+// every value as it was, and the warning counts all the changed ones.
+TEST_F(KstConvert, LargeTablesKeepEveryValueAsItWas) {
+  std::string csv = "Name,Notes\n";
+  Strings lines;
+  for (int i = 0; i < 9000; ++i) {
+    const std::string n = std::to_string(i);
+    if (i == 4500) {
+      csv += ",\n";
+      lines.push_back("\"\",\"\"");
+    } else if (i % 1000 == 999) {
+      csv += "n" + n + ",\"  padded " + n + "\"\n";
+      lines.push_back("\"n" + n + "\",\"  padded " + n + "\"");
+    } else if (i % 7 == 0) {
+      csv += "n" + n + ",\"say \"\"hi\"\" " + n + "\"\n";
+      lines.push_back("\"n" + n + "\",\"say \"\"hi\"\" " + n + "\"");
+    } else {
+      csv += "n" + n + ",note " + n + "\n";
+      lines.push_back("\"n" + n + "\",\"note " + n + "\"");
+    }
+  }
+  put("big.csv", csv);
+  Result r = kst({"convert", path("big.csv"), path("out.kst")}, {"out.kst"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err.substr(0, r.err.find(" will")), "kst: warning: 9 values");
+  EXPECT_NE(r.err.find(path("big.csv") + ", line 1001, column \"Notes\""), std::string::npos) << r.err;
+  const std::string text = read("out.kst");
+  std::vector<std::string> written;
+  for (std::size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+    written.push_back(text.substr(at, end - at));
+  }
+  ASSERT_EQ(written.size(), lines.size() + 5);
+  EXPECT_EQ(Strings(written.begin() + 5, written.end()), lines);
+}
+
 TEST_F(KstConvert, TsvAndJsonRoundTrips) {
   put("sheet.csv", kSheet);
   // Control characters, a tab, a backslash and bytes that are not UTF-8.

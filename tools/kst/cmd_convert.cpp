@@ -10,6 +10,7 @@
 #include "Files.h"
 #include "LogLoader.h"
 #include "TableReaders.h"
+#include "support/TextFile.h"
 
 namespace kst {
 namespace {
@@ -65,10 +66,71 @@ void copy_field_map(kesta& db, kesta& model) {
   db.set_param_val("V5_FIELD_MAP", to.asString().c_str());
 }
 
+// Values that the log will not read back as they were: how many, and where the first is.
+struct ReadBack {
+  unsigned changed = 0;
+  std::string first;
+};
+
+// Stores the rows in the records. With `read_back`, for a log to be saved: each record reads
+// back the line the save will write, as a loaded log's records do, and so holds that line rather
+// than a string per field, which the save then copies as it is. The values that read back
+// changed are counted; a record that does not hold its line keeps the values as they were, so
+// the save writes what it always did.
+void fill_records(kesta& db, const InputTable& table, ReadBack* read_back) {
+  const CellTable& rows = table.rows;
+  const auto columns = static_cast<unsigned short>(table.headers.size());
+  std::vector<std::string_view> values(columns);
+  const auto take_row = [&](std::size_t r) {
+    for (unsigned short f = 0; f < columns; ++f) values[f] = rows.cell(r, f);
+  };
+  const auto record_of = [&](std::size_t r) { return db.get_record(static_cast<unsigned>(r)); };
+  if (!read_back) {
+    for (std::size_t r = 0; r < rows.rows(); ++r) {
+      take_row(r);
+      record_of(r)->setFields(values.data(), columns);
+    }
+    return;
+  }
+  const dbrecord blank(columns);
+  // A few thousand records at a time, each lot's lines in a buffer of just their size.
+  constexpr std::size_t kLot = 4096;
+  for (std::size_t from = 0; from < rows.rows(); from += kLot) {
+    const std::size_t to = std::min(rows.rows(), from + kLot);
+    std::size_t bytes = 0;  // what plain lines take: each value with its quotes and comma
+    for (std::size_t r = from; r < to; ++r) {
+      for (unsigned short f = 0; f < columns; ++f) bytes += rows.cell(r, f).size() + 3;
+    }
+    TextFile lines;
+    lines.reserve(bytes, to - from);
+    for (std::size_t r = from; r < to; ++r) {
+      take_row(r);
+      const Zr::Ptr<dbrecord> record = record_of(r);
+      record->setFields(values.data(), columns);
+      record->write(lines);
+    }
+    for (std::size_t r = from; r < to; ++r) {
+      const Zr::Ptr<dbrecord> record = record_of(r);
+      record->read(lines);
+      take_row(r);
+      for (unsigned short f = 0; f < columns; ++f) {
+        if (record->fieldView(f) == values[f]) continue;
+        if (read_back->changed++ == 0) {
+          read_back->first = "line " + std::to_string(table.lines[r]) + ", column " + inQuotes(db.get_fieldname(f));
+        }
+      }
+      if (!record->heldAsLine()) {
+        *record = blank;  // a blank line reads as no fields: the record gets its columns back
+        record->setFields(values.data(), columns);
+      }
+    }
+  }
+}
+
 // A log holding the table: text columns, or the template's type for a column of the same name;
 // the template's parameters; and the revision parameter, without which the file would not
-// load back.
-Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model) {
+// load back. With `read_back`, built to be saved (see fill_records).
+Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model, ReadBack* read_back) {
   std::vector<DBFieldDesc> columns;
   for (const auto& name : table.headers) {
     DBFieldTypes::eType type = DBFieldTypes::kText;
@@ -88,22 +150,16 @@ Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model) {
     }
     copy_field_map(*db, *model);
   }
-  const CellTable& rows = table.rows;
-  if (rows.rows() != 0) db->add_records(static_cast<int>(rows.rows()));
-  std::vector<std::string_view> values(table.headers.size());
-  for (std::size_t r = 0; r < rows.rows(); ++r) {
-    for (std::size_t f = 0; f < values.size(); ++f) values[f] = rows.cell(r, f);
-    db->get_record(static_cast<unsigned>(r))->setFields(values.data(), static_cast<unsigned short>(values.size()));
-  }
+  if (table.rows.rows() != 0) db->add_records(static_cast<int>(table.rows.rows()));
+  fill_records(*db, table, read_back);
   tagsFromTagColumn(*db);
   keepUntilExit(db);
   return db;
 }
 
-// Writes every record the way the save will and reads it back with the library's line reader:
-// a value too long for a field is an error (the log would not load whole), one that reads back
+// A value too long for a field is an error (the log would not load whole); one that reads back
 // changed (blanks at either end, carriage returns, a backslash before "n") is a warning.
-void check_values(kesta& db, const InputTable& table, const std::string& path) {
+void check_values(const InputTable& table, const ReadBack& read_back, const std::string& path) {
   for (std::size_t r = 0; r < table.rows.rows(); ++r) {
     for (std::size_t f = 0; f < table.headers.size(); ++f) {
       const std::size_t size = table.rows.cell(r, f).size();
@@ -114,35 +170,11 @@ void check_values(kesta& db, const InputTable& table, const std::string& path) {
       }
     }
   }
-  // A few thousand records at a time, so that the lines are never all held at once.
-  constexpr unsigned kChunk = 4096;
-  const unsigned records = db.get_num_records();
-  TextFile lines;
-  Zr::Ptr<dbrecord> back(new dbrecord(0));
-  unsigned changed = 0;
-  std::string first;
-  for (unsigned from = 0; from < records; from += kChunk) {
-    const unsigned to = std::min(records, from + kChunk);
-    lines.clear();
-    for (unsigned r = from; r < to; ++r) {
-      Zr::Ptr<dbrecord> copy(new dbrecord(*db.get_record(r)));  // a write clears the changed mark
-      copy->write(lines);
-    }
-    for (unsigned r = from; r < to; ++r) {
-      back->read(lines);
-      Zr::Ptr<dbrecord> record = db.get_record(r);
-      for (unsigned short f = 0; f < record->get_num_fields(); ++f) {
-        if (back->fieldView(f) == record->fieldView(f)) continue;
-        if (changed++ == 0)
-          first = "line " + std::to_string(table.lines[r]) + ", column " + inQuotes(db.get_fieldname(f));
-      }
-    }
-  }
-  if (changed > 0) {
-    warn(std::to_string(changed) + (changed == 1 ? " value" : " values") +
+  if (read_back.changed > 0) {
+    warn(std::to_string(read_back.changed) + (read_back.changed == 1 ? " value" : " values") +
          " will read back changed from the log (blanks at either end, carriage returns, or a backslash "
          "before \"n\"); the first at " +
-         path + ", " + first);
+         path + ", " + read_back.first);
   }
 }
 
@@ -203,11 +235,17 @@ void addConvertCommand(CLI::App& app, CommandTable& table) {
                                       : readJson(bytes, options->in);
       std::string().swap(bytes);  // the table holds what is needed of them
       if (out_kind == Kind::kLog) check_names(input.headers, options->in);
-      db = build_log(input, model.get());
+      ReadBack read_back;
+      db = build_log(input, model.get(), out_kind == Kind::kLog ? &read_back : nullptr);
+      if (out_kind == Kind::kLog) {
+        check_values(input, read_back, options->in);
+        // The records hold what the save needs. Moved out, not assigned: assigning an empty
+        // string keeps the old one's room.
+        const InputTable done = std::move(input);
+      }
     }
 
     if (out_kind == Kind::kLog) {
-      if (in_kind != Kind::kLog) check_values(*db, input, options->in);
       saveLog(*db, to);
     } else {
       std::vector<unsigned> fields;
