@@ -12,8 +12,8 @@ std::string_view CellTable::cell(std::size_t row, std::size_t column) const noex
   const std::size_t first = first_cell(row);
   if (column >= row_ends_[row] - first) return {};
   const std::size_t at = first + column;
-  const std::size_t start = at == 0 ? 0 : cell_ends_[at - 1];
-  return std::string_view(text_).substr(start, cell_ends_[at] - start);
+  const std::size_t start = column == 0 ? 0 : cell_ends_[at - 1];
+  return std::string_view(text_).substr(row_starts_[row] + start, cell_ends_[at] - start);
 }
 
 }  // namespace kst

@@ -7,9 +7,12 @@
 //   rows.cell(0, 0) == "A001" && rows.cell(0, 5).empty()
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Errors.h"
 
 namespace kst {
 
@@ -33,8 +36,16 @@ class CellTable {
   // Building: the bytes of the cell being made, then its end, then the row's end.
   void append(char c) { text_ += c; }
   void append(std::string_view bytes) { text_.append(bytes); }
-  void endCell() { cell_ends_.push_back(text_.size()); }
-  void endRow() { row_ends_.push_back(cell_ends_.size()); }
+  void endCell() {
+    const std::size_t end = text_.size() - row_start_;
+    if (end > UINT32_MAX) throw Failure("a record of the table is longer than 4 GB; split it");
+    cell_ends_.push_back(static_cast<uint32_t>(end));
+  }
+  void endRow() {
+    row_ends_.push_back(cell_ends_.size());
+    row_starts_.push_back(row_start_);
+    row_start_ = text_.size();
+  }
   // The first row is no longer one of the rows (its cells stay readable until then).
   void dropFirstRow() noexcept { ++first_; }
 
@@ -42,9 +53,13 @@ class CellTable {
   std::size_t first_cell(std::size_t row) const noexcept { return row == 0 ? 0 : row_ends_[row - 1]; }
 
   std::string text_;
-  std::vector<std::size_t> cell_ends_;  // where each cell's bytes end in text_
-  std::vector<std::size_t> row_ends_;   // the number of cells up to each row's end
-  std::size_t first_ = 0;               // rows dropped from the front
+  // Where each cell's bytes end in text_, from its row's start: half the room of a full offset,
+  // for tables of tens of millions of cells.
+  std::vector<uint32_t> cell_ends_;
+  std::vector<std::size_t> row_ends_;    // the number of cells up to each row's end
+  std::vector<std::size_t> row_starts_;  // where each row's bytes start in text_
+  std::size_t row_start_ = 0;            // where the open row's bytes start
+  std::size_t first_ = 0;                // rows dropped from the front
 };
 
 }  // namespace kst

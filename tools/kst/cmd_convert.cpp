@@ -86,6 +86,7 @@ void fill_records(kesta& db, const InputTable& table, ReadBack* read_back) {
   };
   const auto record_of = [&](std::size_t r) { return db.get_record(static_cast<unsigned>(r)); };
   if (!read_back) {
+    if (rows.rows() != 0) db.add_records(static_cast<int>(rows.rows()));
     for (std::size_t r = 0; r < rows.rows(); ++r) {
       take_row(r);
       record_of(r)->setFields(values.data(), columns);
@@ -93,7 +94,9 @@ void fill_records(kesta& db, const InputTable& table, ReadBack* read_back) {
     return;
   }
   const dbrecord blank(columns);
-  // A few thousand records at a time, each lot's lines in a buffer of just their size.
+  // A few thousand records at a time, each lot's lines in a buffer of just their size. The
+  // records are added a lot at a time too, so that the room their field strings leave as they
+  // take their lines is used again by the next lot's, not left as holes among the records.
   constexpr std::size_t kLot = 4096;
   for (std::size_t from = 0; from < rows.rows(); from += kLot) {
     const std::size_t to = std::min(rows.rows(), from + kLot);
@@ -103,6 +106,7 @@ void fill_records(kesta& db, const InputTable& table, ReadBack* read_back) {
     }
     TextFile lines;
     lines.reserve(bytes, to - from);
+    db.add_records(static_cast<int>(to - from));
     for (std::size_t r = from; r < to; ++r) {
       take_row(r);
       const Zr::Ptr<dbrecord> record = record_of(r);
@@ -150,7 +154,6 @@ Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model, ReadBack* read_b
     }
     copy_field_map(*db, *model);
   }
-  if (table.rows.rows() != 0) db->add_records(static_cast<int>(table.rows.rows()));
   fill_records(*db, table, read_back);
   tagsFromTagColumn(*db);
   keepUntilExit(db);
