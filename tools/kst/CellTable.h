@@ -12,8 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "Errors.h"
-
 namespace kst {
 
 // Rows of texts kept in one buffer, so that a table of a million rows is not a million vectors
@@ -33,13 +31,15 @@ class CellTable {
     text_.reserve(bytes);
     cell_ends_.reserve(bytes / kLeastCellBytes);
   }
-  // Building: the bytes of the cell being made, then its end, then the row's end.
+  // Building: the bytes of the cell being made, then its end, then the row's end. endCell is
+  // false, and ends nothing, for a cell that would end more than 4 GB after its row's start.
   void append(char c) { text_ += c; }
   void append(std::string_view bytes) { text_.append(bytes); }
-  void endCell() {
+  [[nodiscard]] bool endCell() {
     const std::size_t end = text_.size() - row_start_;
-    if (end > UINT32_MAX) throw Failure("a record of the table is longer than 4 GB; split it");
+    if (end > UINT32_MAX) return false;
     cell_ends_.push_back(static_cast<uint32_t>(end));
+    return true;
   }
   void endRow() {
     row_ends_.push_back(cell_ends_.size());

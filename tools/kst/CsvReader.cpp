@@ -24,6 +24,7 @@ struct CsvState {
   unsigned line = 0;   // the line being parsed
   unsigned events = 0;
   bool out_of_memory = false;
+  bool too_long = false;  // a record of more than 4 GB
 };
 
 void on_field(void* text, std::size_t length, void* data) {
@@ -35,7 +36,7 @@ void on_field(void* text, std::size_t length, void* data) {
   }
   try {
     if (length) state.rows.append(std::string_view(static_cast<const char*>(text), length));
-    state.rows.endCell();
+    if (!state.rows.endCell()) state.too_long = true;
   } catch (...) {
     state.out_of_memory = true;
   }
@@ -114,6 +115,7 @@ InputTable readCsv(const std::string& bytes, const std::string& path) {
     state.events = 0;
     std::size_t parsed = csv_parse(parser.get(), chunk.data(), chunk.size(), on_field, on_record, &state);
     if (state.out_of_memory) throw Failure("out of memory reading " + path);
+    if (state.too_long) throw Failure(path + ", line " + std::to_string(state.line) + ": a record longer than 4 GB");
     if (parsed != chunk.size()) {
       int error = csv_error(parser.get());
       throw Failure(path + ", line " + std::to_string(state.line) + ", column " + std::to_string(parsed + 1) + ": " +
@@ -131,6 +133,7 @@ InputTable readCsv(const std::string& bytes, const std::string& path) {
     throw Failure(path + ", line " + std::to_string(state.start) + ": a quoted field is never closed");
   }
   if (state.out_of_memory) throw Failure("out of memory reading " + path);
+  if (state.too_long) throw Failure(path + ": a record longer than 4 GB");
   return normalise(std::move(state.rows), std::move(state.starts), path);
 }
 
@@ -147,10 +150,13 @@ InputTable readTsv(const std::string& bytes, const std::string& path) {
     ++line;
     if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
     if (text.empty()) continue;
+    const auto end_cell = [&] {
+      if (!rows.endCell()) throw Failure(path + ", line " + std::to_string(line) + ": a record longer than 4 GB");
+    };
     for (std::size_t i = 0; i < text.size(); ++i) {
       char c = text[i];
       if (c == '\t') {
-        rows.endCell();
+        end_cell();
       } else if (c == '\\' && i + 1 < text.size()) {
         char next = text[++i];
         switch (next) {
@@ -174,7 +180,7 @@ InputTable readTsv(const std::string& bytes, const std::string& path) {
         rows.append(c);
       }
     }
-    rows.endCell();
+    end_cell();
     rows.endRow();
     starts.push_back(line);
   }

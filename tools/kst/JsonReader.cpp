@@ -26,7 +26,7 @@ class JsonParser {
         table.lines.push_back(line_at(at_));
         for (const std::string& value : parse_record(table.headers)) {
           table.rows.append(value);
-          table.rows.endCell();
+          if (!table.rows.endCell()) fail("a record longer than 4 GB");
         }
         table.rows.endRow();
         skip_blanks();
