@@ -66,10 +66,13 @@ void copy_field_map(kesta& db, kesta& model) {
   db.set_param_val("V5_FIELD_MAP", to.asString().c_str());
 }
 
-// Values that the log will not read back as they were: how many, and where the first is.
+// What making a table into a log to be saved checks: a value too long for a field is an error
+// (the log would not load whole), and the values that the log will not read back as they were
+// are counted for a warning. `path` is the table's file, for the messages.
 struct ReadBack {
+  std::string path;
   unsigned changed = 0;
-  std::string first;
+  std::string first;  // where the first changed value is
 };
 
 // Stores the rows in the records. With `read_back`, for a log to be saved: each record reads
@@ -102,7 +105,15 @@ void fill_records(kesta& db, const InputTable& table, ReadBack* read_back) {
     const std::size_t to = std::min(rows.rows(), from + kLot);
     std::size_t bytes = 0;  // what plain lines take: each value with its quotes and comma
     for (std::size_t r = from; r < to; ++r) {
-      for (unsigned short f = 0; f < columns; ++f) bytes += rows.cell(r, f).size() + 3;
+      for (unsigned short f = 0; f < columns; ++f) {
+        const std::size_t size = rows.cell(r, f).size();
+        if (size > kMaxFieldBytes) {
+          throw Failure(read_back->path + ", line " + std::to_string(table.lines[r]) + ": the value of " +
+                        inQuotes(table.headers[f]) + " is " + std::to_string(size) +
+                        " bytes long; a log keeps at most " + std::to_string(kMaxFieldBytes) + " bytes in a field");
+        }
+        bytes += size + 3;
+      }
     }
     TextFile lines;
     lines.reserve(bytes, to - from);
@@ -160,25 +171,12 @@ Zr::Ptr<kesta> build_log(const InputTable& table, kesta* model, ReadBack* read_b
   return db;
 }
 
-// A value too long for a field is an error (the log would not load whole); one that reads back
-// changed (blanks at either end, carriage returns, a backslash before "n") is a warning.
-void check_values(const InputTable& table, const ReadBack& read_back, const std::string& path) {
-  for (std::size_t r = 0; r < table.rows.rows(); ++r) {
-    for (std::size_t f = 0; f < table.headers.size(); ++f) {
-      const std::size_t size = table.rows.cell(r, f).size();
-      if (size > kMaxFieldBytes) {
-        throw Failure(path + ", line " + std::to_string(table.lines[r]) + ": the value of " +
-                      inQuotes(table.headers[f]) + " is " + std::to_string(size) + " bytes long; a log keeps at most " +
-                      std::to_string(kMaxFieldBytes) + " bytes in a field");
-      }
-    }
-  }
-  if (read_back.changed > 0) {
-    warn(std::to_string(read_back.changed) + (read_back.changed == 1 ? " value" : " values") +
-         " will read back changed from the log (blanks at either end, carriage returns, or a backslash "
-         "before \"n\"); the first at " +
-         path + ", " + read_back.first);
-  }
+void warn_changed(const ReadBack& read_back) {
+  if (read_back.changed == 0) return;
+  warn(std::to_string(read_back.changed) + (read_back.changed == 1 ? " value" : " values") +
+       " will read back changed from the log (blanks at either end, carriage returns, or a backslash "
+       "before \"n\"); the first at " +
+       read_back.path + ", " + read_back.first);
 }
 
 }  // namespace
@@ -239,9 +237,10 @@ void addConvertCommand(CLI::App& app, CommandTable& table) {
       std::string().swap(bytes);  // the table holds what is needed of them
       if (out_kind == Kind::kLog) check_names(input.headers, options->in);
       ReadBack read_back;
+      read_back.path = options->in;
       db = build_log(input, model.get(), out_kind == Kind::kLog ? &read_back : nullptr);
       if (out_kind == Kind::kLog) {
-        check_values(input, read_back, options->in);
+        warn_changed(read_back);
         // The records hold what the save needs. Moved out, not assigned: assigning an empty
         // string keeps the old one's room.
         const InputTable done = std::move(input);
