@@ -105,7 +105,7 @@ void TextFileWriter::discard() noexcept {
 }
 
 bool TextFileWriter::flush() {
-  bool written = write_all(fs_, fd_, chunk_, used_);
+  bool written = write_all(fs_, fd_, chunk_.get(), used_);
   if (written) wrote(used_);
   used_ = 0;
   return written;
@@ -126,15 +126,15 @@ void TextFileWriter::wrote(std::size_t size) {
 
 void TextFileWriter::put(const char* data, std::size_t size) {
   if (size == 0) return;  // an empty line's data may be null, which memcpy must not see
-  if (used_ + size > sizeof chunk_) {
+  if (used_ + size > kChunk) {
     if (!flush()) return fail();
-    if (size > sizeof chunk_) {
+    if (size > kChunk) {
       if (!write_all(fs_, fd_, data, size)) return fail();
       wrote(size);
       return;
     }
   }
-  std::memcpy(chunk_ + used_, data, size);
+  std::memcpy(chunk_.get() + used_, data, size);
   used_ += size;
 }
 

@@ -22,6 +22,7 @@
 // Thread safety: none; one thread at a time.
 
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
 #include "support/LightweightString.h"
@@ -61,7 +62,11 @@ class KESTA_SUPPORT_API TextFileWriter {
   std::size_t used_ = 0;
   uint64_t written_ = 0;     // bytes handed to the file so far
   uint64_t sent_ahead_ = 0;  // of which the disk was asked to start writing
-  char chunk_[65536];
+  // Writes of a megabyte let the kernel cache the file in large pieces: writing, flushing and
+  // later freeing them took a third less time than in writes of 64 KB. Larger ones gained no
+  // more and now and then took twice as long.
+  static constexpr std::size_t kChunk = std::size_t{1} << 20;
+  std::unique_ptr<char[]> chunk_{new char[kChunk]};
 };
 
 #endif
