@@ -60,7 +60,7 @@ struct Scenario {
 const Scenario kScenarios[] = {
     {"new file", false, 12, 0, false},
     {"overwrite", true, 12, 0, false},
-    {"large file", true, 45000, 0, false},  // more than two of the writer's blocks
+    {"large file", true, 6000, 0, false},  // more than two of the writer's blocks
     {"large file in short writes", true, 1500, 20000, false},
     {"overwrite without header", true, 12, 0, true},
 };
