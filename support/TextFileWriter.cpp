@@ -126,14 +126,17 @@ void TextFileWriter::wrote(std::size_t size) {
 
 void TextFileWriter::put(const char* data, std::size_t size) {
   if (size == 0) return;  // an empty line's data may be null, which memcpy must not see
-  if (used_ + size > kChunk) {
+  // The block is filled to the byte, a line split across two if need be: every write then
+  // starts at a multiple of the block's size in the file, where the kernel can cache it whole.
+  while (used_ + size >= kChunk) {
+    const std::size_t part = kChunk - used_;
+    std::memcpy(chunk_.get() + used_, data, part);
+    used_ = kChunk;
     if (!flush()) return fail();
-    if (size > kChunk) {
-      if (!write_all(fs_, fd_, data, size)) return fail();
-      wrote(size);
-      return;
-    }
+    data += part;
+    size -= part;
   }
+  if (size == 0) return;
   std::memcpy(chunk_.get() + used_, data, size);
   used_ += size;
 }

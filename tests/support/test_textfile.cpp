@@ -390,14 +390,16 @@ TEST(TextFile, ConcurrentSavesToOneTarget) {
 TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
   TempDir dir;
   writeFile(dir.file("day.kst"), "old\n");
-  // Lines shorter than, equal to and longer than the writer's block, in an order that makes
-  // the block fill exactly, overflow, and be bypassed.
-  const std::size_t sizes[] = {0, 10, 65535, 1, 65536, 200000, 3, 70000, 65534};
+  // Lines shorter than, equal to and longer than the writer's block (128 KB), in an order that
+  // makes the block fill exactly and end inside a line, the next line end included; no byte
+  // repeats its neighbour, so a piece written from the wrong place shows.
+  const std::size_t sizes[] = {0, 10, 131071, 1, 131072, 400000, 3, 140000, 131069};
   std::string expected;
   {
     TextFileWriter out(dir.wfile("day.kst"), TextFile::kEOL_CRLF);
     for (std::size_t i = 0; i < std::size(sizes); ++i) {
-      std::string line(sizes[i], static_cast<char>('a' + i));
+      std::string line(sizes[i], ' ');
+      for (std::size_t j = 0; j < line.size(); ++j) line[j] = static_cast<char>('A' + (i + j) % 53);
       out.appendLine(line);
       expected += line + "\r\n";
     }
@@ -427,7 +429,7 @@ TEST(TextFileWriter, LargeFilesStartGoingToTheDiskAsTheyAreWritten) {
   for (SimulatedDisk::Fault fault : {SimulatedDisk::kNone, SimulatedDisk::kWriteback}) {
     TempDir dir;
     SimulatedDisk disk(fault);
-    // Lines that go through the writer's block and lines too long for it, alternately: 32 MB.
+    // Lines of two sizes, alternately, that end the writer's blocks inside lines: 32 MB.
     const std::string lines[2] = {std::string(60000, 'x'), std::string(100000, 'y')};
     constexpr int kLines = 400;
     TextFileWriter out(dir.wfile("big.kst"), TextFile::kEOL_LF);
