@@ -105,7 +105,7 @@ void TextFileWriter::discard() noexcept {
 }
 
 bool TextFileWriter::flush() {
-  bool written = write_all(fs_, fd_, chunk_.get(), used_);
+  bool written = write_all(fs_, fd_, chunk_, used_);
   if (written) wrote(used_);
   used_ = 0;
   return written;
@@ -130,14 +130,14 @@ void TextFileWriter::put(const char* data, std::size_t size) {
   // starts at a multiple of the block's size in the file, where the kernel can cache it whole.
   while (used_ + size >= kChunk) {
     const std::size_t part = kChunk - used_;
-    std::memcpy(chunk_.get() + used_, data, part);
+    std::memcpy(chunk_ + used_, data, part);
     used_ = kChunk;
     if (!flush()) return fail();
     data += part;
     size -= part;
   }
   if (size == 0) return;
-  std::memcpy(chunk_.get() + used_, data, size);
+  std::memcpy(chunk_ + used_, data, size);
   used_ += size;
 }
 

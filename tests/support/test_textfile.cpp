@@ -390,10 +390,10 @@ TEST(TextFile, ConcurrentSavesToOneTarget) {
 TEST(TextFileWriter, StreamsLinesOfAnySizeAndLeavesNothingWithoutACommit) {
   TempDir dir;
   writeFile(dir.file("day.kst"), "old\n");
-  // Lines shorter than, equal to and longer than the writer's block (128 KB), in an order that
+  // Lines shorter than, equal to and longer than the writer's block (64 KB), in an order that
   // makes the block fill exactly and end inside a line, the next line end included; no byte
   // repeats its neighbour, so a piece written from the wrong place shows.
-  const std::size_t sizes[] = {0, 10, 131071, 1, 131072, 400000, 3, 140000, 131069};
+  const std::size_t sizes[] = {0, 10, 65535, 1, 65536, 200000, 3, 70000, 65534};
   std::string expected;
   {
     TextFileWriter out(dir.wfile("day.kst"), TextFile::kEOL_CRLF);
