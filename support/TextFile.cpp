@@ -43,9 +43,10 @@ int64_t read_all(iFileSystem* fs, int fd, char* data, uint64_t size) {
 std::size_t count_of(const char* data, uint64_t n, char separator) noexcept {
   std::size_t count = 0;
   const char* const end = data + n;
-  for (const char* p = data; (p = static_cast<const char*>(std::memchr(p, separator, static_cast<std::size_t>(end - p))));
-       ++p) {
-    ++count;
+  // The end is tested first: memchr may not be given a null buffer, even to read no bytes.
+  for (const char* p = data; p != end; ++p, ++count) {
+    p = static_cast<const char*>(std::memchr(p, separator, static_cast<std::size_t>(end - p)));
+    if (!p) break;
   }
   return count;
 }
