@@ -14,7 +14,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <functional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "record/CharClass.h"
 #include "record/KestaRevision.h"
@@ -82,27 +85,53 @@ bool has_csv_suffix(const LightweightString<wchar_t>& name) {
   return name.size() >= kLength && std::wmemcmp(name.c_str() + name.size() - kLength, kSuffix, kLength) == 0;
 }
 
-// Splits at commas outside double quotes; pieces keep their quotes and blanks.
-std::vector<LightweightString<char>> split_csv_line(const LightweightString<char>& line) {
-  return Zr::convertIndicesToSubStrings(line, Zr::findSeparators(line, Zr::IsMatchingChar(','), true));
+// Splits at commas outside double quotes into views of `line`, which keep their quotes and
+// blanks. `cuts` is room the split reuses.
+void split_csv_line(std::string_view line, std::vector<uint32_t>& cuts, std::vector<std::string_view>& pieces) {
+  cuts.clear();
+  pieces.clear();
+  Zr::findSeparators(line, Zr::IsMatchingChar(','), true, cuts);
+  Zr::convertIndicesToSubStrings(line, cuts, [&](const char* at, std::size_t length) { pieces.emplace_back(at, length); });
+}
+
+// What the row setter stores of a piece, which it takes as a C string: the bytes before any
+// zero byte, without leading blanks.
+std::string_view stored_text(std::string_view piece) {
+  piece = piece.substr(0, piece.find('\0'));
+  while (!piece.empty() && char_class::isAsciiSpace(piece.front())) piece.remove_prefix(1);
+  return piece;
 }
 
 // The first line names the columns (all text_s); each further line that gives pieces becomes
 // a record. Pieces past the last column are dropped, missing ones leave fields empty.
-void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file) {
+// `record_at`, when given, answers a new row's record: the pieces then go straight into it, as
+// the row setter would store them, without a virtual call and a string made a field.
+void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file,
+              const std::function<dbrecord*(unsigned)>& record_at) {
   if (file.getNumLines() == 0) return;
-  for (const LightweightString<char>& name : split_csv_line(file[0])) {
+  std::vector<uint32_t> cuts;
+  std::vector<std::string_view> pieces;
+  split_csv_line(file.line(0), cuts, pieces);
+  for (std::string_view name : pieces) {
     // Fields are addressed with 16-bit indices: further pieces are dropped, as a record line's are.
     if (fields.size() == kMaxColumns) break;
-    fields.push_back(DBFieldDesc(name, DBFieldTypes::kTextS));
+    fields.push_back(DBFieldDesc(LightweightString<char>(name), DBFieldTypes::kTextS));
   }
   if (fields.empty()) return;
   for (unsigned i = 1; i < file.getNumLines(); ++i) {
-    const std::vector<LightweightString<char>> pieces = split_csv_line(file[i]);
-    const std::size_t n = pieces.size() < fields.size() ? pieces.size() : fields.size();
+    split_csv_line(file.line(i), cuts, pieces);
+    const std::size_t n = std::min(pieces.size(), fields.size());
     if (n == 0) continue;
     const unsigned row = db.add_records(1);
-    for (std::size_t f = 0; f < n; ++f) db.set_field(row, static_cast<unsigned>(f), pieces[f].c_str());
+    if (!record_at) {
+      for (std::size_t f = 0; f < n; ++f) {
+        db.set_field(row, static_cast<unsigned>(f), LightweightString<char>(pieces[f]).c_str());
+      }
+    } else if (dbrecord* record = record_at(row)) {
+      for (std::size_t f = 0; f < n; ++f) pieces[f] = stored_text(pieces[f]);
+      record->setFields(pieces.data(), static_cast<unsigned short>(n));
+      record->touch();  // each store marks the record, even of an empty piece
+    }
   }
 }
 
@@ -411,7 +440,9 @@ bool kesta::load_log(const LightweightString<wchar_t>& name, int maxRecords, boo
     TextFile file;
     if (!file.load(name, '\n', false)) return true;  // nothing read, nothing to undo
     // Left as read: no post_init, no record limit, changed marks kept.
-    read_csv(*this, fields_, file);
+    std::function<dbrecord*(unsigned)> direct;
+    if (rows_are_records()) direct = [this](unsigned row) { return record_at(row); };
+    read_csv(*this, fields_, file, direct);
     valid_ = 1;
     return true;
   }

@@ -32,15 +32,14 @@ struct IsMatchingChar {
   char c_;
 };
 
-// Positions of every separator in `text`. With `quoteAware`, separators between double
-// quotes do not count, and a double quote preceded by a backslash neither opens nor closes a
-// quoted stretch.
+// Appends to `cuts` the position of every separator in `text`. With `quoteAware`, separators
+// between double quotes do not count, and a double quote preceded by a backslash neither opens
+// nor closes a quoted stretch.
 template <class Match>
-std::vector<uint32_t> findSeparators(const LightweightString<char>& text, Match match, bool quoteAware) {
-  std::vector<uint32_t> cuts;
+void findSeparators(std::string_view text, Match match, bool quoteAware, std::vector<uint32_t>& cuts) {
   bool quoted = false;
-  const char* s = text.c_str();
-  for (uint32_t i = 0, n = text.size(); i < n; ++i) {
+  const char* s = text.data();
+  for (uint32_t i = 0, n = static_cast<uint32_t>(text.size()); i < n; ++i) {
     char c = s[i];
     if (quoteAware && c == '"' && !(i > 0 && s[i - 1] == '\\')) {
       quoted = !quoted;
@@ -48,6 +47,12 @@ std::vector<uint32_t> findSeparators(const LightweightString<char>& text, Match 
       cuts.push_back(i);
     }
   }
+}
+
+template <class Match>
+std::vector<uint32_t> findSeparators(const LightweightString<char>& text, Match match, bool quoteAware) {
+  std::vector<uint32_t> cuts;
+  findSeparators(text.view(), match, quoteAware, cuts);
   return cuts;
 }
 
@@ -62,14 +67,19 @@ struct SplitOutputBuilder {
 // The pieces of `text` between the separators at `cuts` (each piece as it stands, quotes and
 // blanks kept). No cuts gives the whole text as the only piece; an empty text gives none.
 template <class Builder>
-void convertIndicesToSubStrings(const LightweightString<char>& text, const std::vector<uint32_t>& cuts, Builder build) {
+void convertIndicesToSubStrings(std::string_view text, const std::vector<uint32_t>& cuts, Builder build) {
   if (text.empty()) return;
-  uint32_t start = 0;
+  std::size_t start = 0;
   for (uint32_t cut : cuts) {
-    build(text.c_str() + start, cut - start);
+    build(text.data() + start, cut - start);
     start = cut + 1;
   }
-  build(text.c_str() + start, text.size() - start);
+  build(text.data() + start, text.size() - start);
+}
+
+template <class Builder>
+void convertIndicesToSubStrings(const LightweightString<char>& text, const std::vector<uint32_t>& cuts, Builder build) {
+  convertIndicesToSubStrings(text.view(), cuts, build);
 }
 
 inline std::vector<LightweightString<char>> convertIndicesToSubStrings(const LightweightString<char>& text,

@@ -242,6 +242,10 @@ TEST_F(KestaFile, CommaSeparatedInput) {
   // pieces past the columns are dropped; lines without pieces add nothing; no record limit.
   auto quoted = load("Name,Notes\nx,\"y,z\"\n  w ,\"q\",extra\n\na\\\"b,c\nsolo\n", "q.csv", 1);
   EXPECT_EQ(rowsOf(*quoted), (Rows{{"x", "\"y,z\""}, {"w ", "\"q\""}, {"a\\\"b", "c"}, {"solo", ""}}));
+  // Each store marks its record, a store of an empty piece too.
+  auto commas = load("a,b\n,\nx,\n", "c.csv");
+  ASSERT_EQ(commas->get_num_records(), 2u);
+  EXPECT_TRUE(commas->get_record(0)->changed() && commas->get_record(1)->changed());
   auto upper = load("a,b,c\n1,2\n", "a.CSV");
   EXPECT_EQ(upper->get_valid(), 0) << "the suffix is compared exactly";
   for (const char* text : {"", "\n1,2\n"}) {
