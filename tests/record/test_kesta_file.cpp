@@ -246,6 +246,18 @@ TEST_F(KestaFile, CommaSeparatedInput) {
   auto commas = load("a,b\n,\nx,\n", "c.csv");
   ASSERT_EQ(commas->get_num_records(), 2u);
   EXPECT_TRUE(commas->get_record(0)->changed() && commas->get_record(1)->changed());
+  // A class of its own gets each piece, as it stands, through its row setter.
+  struct SetterSpy : kesta {
+    int set_field(unsigned row, unsigned field, const char* value) override {
+      stores.push_back(std::to_string(row) + "." + std::to_string(field) + "=" + value);
+      return kesta::set_field(row, field, value);
+    }
+    Strings stores;
+  } spy;
+  testutil::writeFile(dir_.file("spy.csv"), "a,b\n x,\n");
+  spy.loadFromFile(dir_.wfile("spy.csv"), INT_MAX, true);
+  EXPECT_EQ(spy.stores, (Strings{"0.0= x", "0.1="}));
+  EXPECT_EQ(rowsOf(spy), (Rows{{"x", ""}}));
   auto upper = load("a,b,c\n1,2\n", "a.CSV");
   EXPECT_EQ(upper->get_valid(), 0) << "the suffix is compared exactly";
   for (const char* text : {"", "\n1,2\n"}) {
