@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -104,10 +103,10 @@ std::string_view stored_text(std::string_view piece) {
 
 // The first line names the columns (all text_s); each further line that gives pieces becomes
 // a record. Pieces past the last column are dropped, missing ones leave fields empty.
-// `record_at`, when given, answers a new row's record: the pieces then go straight into it, as
-// the row setter would store them, without a virtual call and a string made a field.
-void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file,
-              const std::function<dbrecord*(unsigned)>& record_at) {
+// `rows_records`, given when the database's rows are its records, holds them: the pieces then
+// go straight into the new row's record, as the row setter would store them, without a virtual
+// call and a string made a field.
+void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file, const RecordList* rows_records) {
   if (file.getNumLines() == 0) return;
   std::vector<uint32_t> cuts;
   std::vector<std::string_view> pieces;
@@ -123,11 +122,11 @@ void read_csv(kesta& db, std::vector<DBFieldDesc>& fields, const TextFile& file,
     const std::size_t n = std::min(pieces.size(), fields.size());
     if (n == 0) continue;
     const unsigned row = db.add_records(1);
-    if (!record_at) {
+    if (!rows_records) {
       for (std::size_t f = 0; f < n; ++f) {
         db.set_field(row, static_cast<unsigned>(f), LightweightString<char>(pieces[f]).c_str());
       }
-    } else if (dbrecord* record = record_at(row)) {
+    } else if (dbrecord* record = row < rows_records->size() ? (*rows_records)[row].get() : nullptr) {
       for (std::size_t f = 0; f < n; ++f) pieces[f] = stored_text(pieces[f]);
       record->setFields(pieces.data(), static_cast<unsigned short>(n));
       record->touch();  // each store marks the record, even of an empty piece
@@ -440,9 +439,7 @@ bool kesta::load_log(const LightweightString<wchar_t>& name, int maxRecords, boo
     TextFile file;
     if (!file.load(name, '\n', false)) return true;  // nothing read, nothing to undo
     // Left as read: no post_init, no record limit, changed marks kept.
-    std::function<dbrecord*(unsigned)> direct;
-    if (rows_are_records()) direct = [this](unsigned row) { return record_at(row); };
-    read_csv(*this, fields_, file, direct);
+    read_csv(*this, fields_, file, rows_are_records() ? &records_ : nullptr);
     valid_ = 1;
     return true;
   }
