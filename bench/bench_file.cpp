@@ -193,6 +193,14 @@ const Log& the_log() {
   return log;
 }
 
+// The generated log, or null with the benchmark marked skipped.
+const Log* log_or_skip(benchmark::State& state) {
+  const Log& log = the_log();
+  if (log.ok) return &log;
+  state.SkipWithError("could not generate the log");
+  return nullptr;
+}
+
 // A field of /proc/self/status in bytes ("VmRSS", "VmHWM"), or 0.
 uint64_t status_bytes(const char* key) {
   std::ifstream status("/proc/self/status");
@@ -217,11 +225,9 @@ bool reset_peak() {
 
 // Argument 1: the log is read by mapping its file (the setting kst turns on), 0: copied.
 void BM_LoadLog(benchmark::State& state) {
-  const Log& log = the_log();
-  if (!log.ok) {
-    state.SkipWithError("could not generate the log");
-    return;
-  }
+  const Log* const found = log_or_skip(state);
+  if (!found) return;
+  const Log& log = *found;
   config_set_int("map_files", static_cast<int>(state.range(0)));
   // Memory, measured once before the timed loads.
   {
@@ -254,11 +260,9 @@ BENCHMARK(BM_LoadLog)->ArgName("mapped")->Arg(0)->Arg(1)->Unit(benchmark::kMilli
 // The load's line scan alone: every line of the mapped log read into one record, which holds
 // each in turn. Against BM_LoadLog/mapped:1, what making a million records and their list adds.
 void BM_ScanLogLines(benchmark::State& state) {
-  const Log& log = the_log();
-  if (!log.ok) {
-    state.SkipWithError("could not generate the log");
-    return;
-  }
+  const Log* const found = log_or_skip(state);
+  if (!found) return;
+  const Log& log = *found;
   config_set_int("map_files", 1);
   constexpr int kColumnCount = static_cast<int>(std::size(kColumns)) - 1;
   unsigned rows = 0;  // lines of the log's width: the records, and the header's widths, types and names
@@ -284,11 +288,9 @@ BENCHMARK(BM_ScanLogLines)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRea
 
 // A comma-separated file of the same records, read by the library's CSV path.
 void BM_LoadCsv(benchmark::State& state) {
-  const Log& log = the_log();
-  if (!log.ok) {
-    state.SkipWithError("could not generate the log");
-    return;
-  }
+  const Log* const found = log_or_skip(state);
+  if (!found) return;
+  const Log& log = *found;
   for (auto _ : state) {
     Zr::Ptr<kesta> db(new kesta(wide(log.csv_path), INT_MAX, true));
     if (db->get_num_records() != log.records) {
@@ -305,11 +307,9 @@ void BM_LoadCsv(benchmark::State& state) {
 BENCHMARK(BM_LoadCsv)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 void BM_SaveLog(benchmark::State& state) {
-  const Log& log = the_log();
-  if (!log.ok) {
-    state.SkipWithError("could not generate the log");
-    return;
-  }
+  const Log* const found = log_or_skip(state);
+  if (!found) return;
+  const Log& log = *found;
   Zr::Ptr<kesta> db(new kesta(wide(log.path), INT_MAX, true));
   // Tags come back from the Tag column, as the tool restores them on every load: the timed
   // saves write back what was read, the common case, rather than retagging an eighth of the log.
