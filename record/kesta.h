@@ -201,6 +201,8 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   bool rows_are_records() const;
   // records_[row] without a count taken; null past the end.
   dbrecord* record_at(unsigned row) const { return row < records_.size() ? records_[row].get() : nullptr; }
+  // merge_all_matching's appending, for two databases whose rows are their records.
+  void merge_records(const kesta& other, const std::vector<int>& source_field, unsigned count);
   int tag_all_different_records(unsigned field);
   // A column the query can fail, worked out once for a pass over many records: its criteria,
   // or the start..end pair (column numbers, 0xFFFFFFFF where missing) of a special column.

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "record/CharClass.h"
+#include "record/FieldText.h"
 #include "record/KestaRevision.h"
 #include "record/kesta.h"
 #include "support/Log.h"
@@ -91,14 +92,6 @@ void split_csv_line(std::string_view line, std::vector<uint32_t>& cuts, std::vec
   pieces.clear();
   Zr::findSeparators(line, Zr::IsMatchingChar(','), true, cuts);
   Zr::convertIndicesToSubStrings(line, cuts, [&](const char* at, std::size_t length) { pieces.emplace_back(at, length); });
-}
-
-// What the row setter stores of a piece, which it takes as a C string: the bytes before any
-// zero byte, without leading blanks.
-std::string_view stored_text(std::string_view piece) {
-  piece = piece.substr(0, piece.find('\0'));
-  while (!piece.empty() && char_class::isAsciiSpace(piece.front())) piece.remove_prefix(1);
-  return piece;
 }
 
 // The first line names the columns (all text_s); each further line that gives pieces becomes

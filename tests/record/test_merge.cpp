@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <string>
+
 #include "common/TestUtil.h"
 #include "record/StoreTestUtil.h"
 
@@ -111,6 +114,39 @@ TEST(Merge, MergeAllMatchingByName) {
   // A matching source without records adds nothing and answers 1.
   EXPECT_EQ(db->merge_all_matching(makeDb(Fields{{"Name", T::kText}}, {}).get()), 1);
   EXPECT_EQ(db->get_num_records(), 3u);
+}
+
+TEST(Merge, MergeMarksItsRecordsAndCallsAClassOfItsOwn) {
+  // Each new record is marked changed, one whose matched texts are all empty too.
+  auto db = makeDb(Fields{{"Name", T::kText}, {"Reel", T::kText}}, {});
+  ASSERT_EQ(db->merge_all_matching(makeDb(Fields{{"Name", T::kText}}, {{""}, {"a"}}).get()), 1);
+  ASSERT_EQ(db->get_num_records(), 2u);
+  EXPECT_TRUE(db->get_record(0)->changed() && db->get_record(1)->changed());
+
+  // A source of a class of its own is read through its getField, a target through its set_field.
+  struct Shouting : kesta {
+    using kesta::kesta;
+    LightweightString<char> getField(unsigned row, unsigned field) const override {
+      std::string text = kesta::getField(row, field).c_str();
+      for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      return LightweightString<char>(text.c_str());
+    }
+  };
+  struct Counting : kesta {
+    using kesta::kesta;
+    int set_field(unsigned row, unsigned field, const char* value) override {
+      ++stores;
+      return kesta::set_field(row, field, value);
+    }
+    int stores = 0;
+  };
+  auto plain = makeDb(Fields{{"Name", T::kText}, {"Reel", T::kText}}, {});
+  ASSERT_EQ(plain->merge_all_matching(makeDb<Shouting>(Fields{{"Name", T::kText}}, {{"quiet"}}).get()), 1);
+  EXPECT_EQ(rowsOf(*plain), (Rows{{"QUIET", ""}}));
+  auto counting = makeDb<Counting>(Fields{{"Name", T::kText}, {"Reel", T::kText}}, {});
+  ASSERT_EQ(counting->merge_all_matching(makeDb(Fields{{"Name", T::kText}}, {{"a"}, {"b"}}).get()), 1);
+  EXPECT_EQ(rowsOf(*counting), (Rows{{"a", ""}, {"b", ""}}));
+  EXPECT_EQ(counting->stores, 2) << "one matched field a row";
 }
 
 TEST(Merge, MergeConvertsBetweenTimeCodeForms) {
