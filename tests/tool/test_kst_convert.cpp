@@ -1,5 +1,8 @@
 // kst convert: spreadsheet round trips through a log, the other formats, and bad tables.
 
+#include <algorithm>
+#include <random>
+
 #include "KstTest.h"
 
 namespace ksttest {
@@ -58,6 +61,8 @@ TEST_F(KstConvert, CsvDetails) {
       {"empty trailing fields are dropped", "A,B\n1,2,,\n", "[\n  {\"A\": \"1\", \"B\": \"2\"}\n]\n"},
       {"no final line end", "A\n\"x\"", "[\n  {\"A\": \"x\"}\n]\n"},
       {"header only", "A,B\r\n", "[]\n"},
+      {"a lone carriage return ends a record", "A,B\n1,2\r3,4\n",
+       "[\n  {\"A\": \"1\", \"B\": \"2\"},\n  {\"A\": \"3\", \"B\": \"4\"}\n]\n"},
   };
   for (const auto& c : cases) {
     put("in.csv", c.csv);
@@ -77,6 +82,7 @@ TEST_F(KstConvert, BadTablesSayWhere) {
       {"stray.csv", "A,B\n1,2\n3,x\"y\n",
        "stray.csv, line 3, column 4: a quote inside an unquoted field, or text after a closing quote"},
       {"wide.csv", "A,B\n1,2\n\"multi\nline\",2,3\n", "wide.csv, line 3: a record with 3 fields; the header has 2"},
+      {"wider.csv", "A,B\n\"multi\nline\",2\n3,4,5\n", "wider.csv, line 4: a record with 3 fields; the header has 2"},
       {"empty.csv", "", "empty.csv has no header line naming the columns"},
       {"wide.tsv", "A\tB\n1\t2\t3\n", "wide.tsv, line 2: a record with 3 fields; the header has 2"},
       {"bad.json", "[\n  {\"A\": \"x\"},\n  {\"A\": [1]}\n]\n",
@@ -148,6 +154,54 @@ TEST_F(KstConvert, LargeTablesKeepEveryValueAsItWas) {
   }
   ASSERT_EQ(written.size(), lines.size() + 5);
   EXPECT_EQ(Strings(written.begin() + 5, written.end()), lines);
+}
+
+// Lines without quotes are read apart from the others: a table written with its values bare
+// where they can be reads as the same table with every value quoted. Random values with blanks,
+// tabs, control and non-ASCII bytes; empty and trailing fields; LF and CRLF; blank lines; and
+// quoted values between the bare lines, some over three lines so that a bare line sits inside one.
+TEST_F(KstConvert, BareAndQuotedValuesReadAlike) {
+  std::mt19937 random(7);
+  const auto pick = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
+  const std::string bytes = std::string("ab Z09\t.;\x01\x7F\xC3\xA9", 13);
+  const auto bare = [&] {
+    std::string value;
+    for (unsigned i = pick(5) == 0 ? 0 : 1 + pick(8); i > 0; --i) value += bytes[pick(static_cast<unsigned>(bytes.size()))];
+    return value;
+  };
+  const std::vector<std::string> needing_quotes = {"x,y", "say \"hi\"", "two\nlines", "one\ntwo\nthree", "cr\rhere"};
+  const auto quoted = [](const std::string& value) {
+    std::string q = "\"";
+    for (char c : value) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+  };
+  std::string plain = "A,B,C\n", all_quoted = "\"A\",\"B\",\"C\"\n";
+  for (int row = 0; row < 600; ++row) {
+    const std::string end = pick(3) == 0 ? "\r\n" : "\n";
+    if (pick(20) == 0) {
+      plain += end;
+      all_quoted += end;
+    }
+    for (int f = 0, fields = 1 + static_cast<int>(pick(3)); f < fields; ++f) {
+      const std::string value = pick(10) == 0 ? needing_quotes[pick(static_cast<unsigned>(needing_quotes.size()))] : bare();
+      // A row of one empty value written bare would be a blank line, which holds no record.
+      const bool needs = value.find_first_of(",\"\r\n") != std::string::npos || (fields == 1 && value.empty());
+      plain += (f ? "," : "") + (needs ? quoted(value) : value);
+      all_quoted += (f ? "," : "") + quoted(value);
+    }
+    if (row + 1 < 600) {
+      plain += end;
+      all_quoted += end;
+    }
+  }
+  put("plain.csv", plain);
+  put("quoted.csv", all_quoted);
+  Result a = kst({"convert", path("plain.csv"), "-", "--to", "json"});
+  Result b = kst({"convert", path("quoted.csv"), "-", "--to", "json"});
+  ASSERT_EQ(a.status, 0) << a.err;
+  ASSERT_EQ(b.status, 0) << b.err;
+  EXPECT_EQ(std::count(a.out.begin(), a.out.end(), '{'), 600);
+  EXPECT_EQ(a.out, b.out);
 }
 
 TEST_F(KstConvert, TsvAndJsonRoundTrips) {
