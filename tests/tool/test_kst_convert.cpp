@@ -90,6 +90,7 @@ TEST_F(KstConvert, BadTablesSayWhere) {
       {"twice.json", "[{\"A\": \"x\", \"A\": \"y\"}]",
        "twice.json, line 1: the column \"A\" appears twice in one record"},
       {"open.json", "[{\"A\": \"x}]", "open.json, line 1: a text is never closed"},
+      {"tab.json", "[{\"A\": \"x\ty\"}]", "tab.json, line 1: a control character inside a text (write it as an escape)"},
       {"none.json", "[]", "none.json holds no record, so it names no columns"},
       {"quote.csv", "\"Na\"\"me\"\n1\n", ""},  // a name with a quote cannot go into a log header
       {"long.csv", "A\nshort\n" + std::string(4096, 'x') + "\n",
@@ -223,6 +224,30 @@ TEST_F(KstConvert, TsvAndJsonRoundTrips) {
     ASSERT_EQ(kst({"convert", path("end.kst"), path("end.csv")}, {"end.csv"}).status, 0);
     EXPECT_EQ(read("end.csv"), kSheet) << middle;
   }
+}
+
+// Each record names its own columns, in any order: a value missing from a record is empty
+// there, whatever the record before held in that column.
+TEST_F(KstConvert, JsonRecordsNameTheirColumnsInAnyOrder) {
+  put("in.json",
+      "[{\"A\": \"1\", \"B\": \"a long first value\", \"C\": \"x\"},\n"
+      " {\"B\": \"2\", \"A\": \"a\"},\n"
+      " {\"C\": true, \"D\": -1.5e3, \"A\": null},\n"
+      " {\"A\": \"q \\\" b \\\\ e \\u00e9 n \\n end\", \"B\": \"\", \"C\": \"c\"},\n"
+      " {}]\n");
+  Result r = kst({"convert", path("in.json"), "-", "--to", "csv"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "A,B,C,D\r\n"
+            "1,a long first value,x,\r\n"
+            "a,2,,\r\n"
+            ",,true,-1.5e3\r\n"
+            "\"q \"\" b \\ e \xC3\xA9 n \n end\",,c,\r\n"
+            ",,,\r\n");
+  // Line numbers go on counting after the first error-free lines.
+  put("late.json", "[\n{\"A\": \"x\"},\n\n{\"A\": \"y\"},\n{\"A\": \"z\", \"A\": \"w\"}\n]\n");
+  EXPECT_EQ(kst({"convert", path("late.json"), "-", "--to", "csv"}).err,
+            "kst: " + path("late.json") + ", line 5: the column \"A\" appears twice in one record\n");
 }
 
 TEST_F(KstConvert, TemplateGivesTypesParametersAndFieldMap) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <unordered_map>
 
 #include "Errors.h"
@@ -58,7 +59,12 @@ class JsonParser {
       counted_to_ = 0;
       counted_lines_ = 1;
     }
-    for (; counted_to_ < pos; ++counted_to_) counted_lines_ += text_[counted_to_] == '\n';
+    const char* const end = text_.data() + pos;
+    for (const char* p = text_.data() + counted_to_;
+         (p = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)))) != nullptr; ++p) {
+      ++counted_lines_;
+    }
+    counted_to_ = pos;
     return counted_lines_;
   }
 
@@ -74,51 +80,60 @@ class JsonParser {
     ++at_;
   }
 
-  std::vector<std::string> parse_record(std::vector<std::string>& headers) {
+  // The record's values by column, in buffers kept from record to record.
+  const std::vector<std::string>& parse_record(std::vector<std::string>& headers) {
     expect('{', "a record (an object)");
-    std::vector<std::string> row(headers.size());
-    std::vector<bool> seen(headers.size(), false);
+    row_.resize(headers.size());
+    for (std::string& value : row_) value.clear();
+    seen_.assign(headers.size(), false);
     skip_blanks();
     if (peek() == '}') {
       ++at_;
-      return row;
+      return row_;
     }
-    for (;;) {
+    for (std::size_t next = 0;;) {
       skip_blanks();
       if (peek() != '"') fail("expected a column name in quotes");
-      std::string key = parse_string();
+      key_.clear();
+      parse_string(key_);
       skip_blanks();
       expect(':', "':'");
       skip_blanks();
-      auto [it, added] = columns_.try_emplace(key, headers.size());
-      if (added) headers.push_back(key);
-      std::size_t column = it->second;
-      if (column >= row.size()) {
-        row.resize(column + 1);
-        seen.resize(column + 1, false);
+      // Records mostly name their columns in one order: the next column is tried before the map.
+      std::size_t column = next;
+      if (column >= headers.size() || headers[column] != key_) {
+        auto [it, added] = columns_.try_emplace(key_, headers.size());
+        if (added) headers.push_back(key_);
+        column = it->second;
       }
-      if (seen[column]) fail("the column " + inQuotes(key) + " appears twice in one record");
-      seen[column] = true;
-      row[column] = parse_value(key);
+      next = column + 1;
+      if (column >= row_.size()) {
+        row_.resize(column + 1);
+        seen_.resize(column + 1, false);
+      }
+      if (seen_[column]) fail("the column " + inQuotes(key_) + " appears twice in one record");
+      seen_[column] = true;
+      parse_value(key_, row_[column]);
       skip_blanks();
       if (peek() == ',') {
         ++at_;
         continue;
       }
       expect('}', "',' or '}'");
-      return row;
+      return row_;
     }
   }
 
-  std::string parse_value(const std::string& key) {
+  void parse_value(const std::string& key, std::string& out) {
     char c = peek();
-    if (c == '"') return parse_string();
+    if (c == '"') return parse_string(out);
     if (c == '{' || c == '[') fail("the value of " + inQuotes(key) + " is not a text, a number or a boolean");
     for (const char* word : {"true", "false", "null"}) {
       std::size_t n = std::char_traits<char>::length(word);
       if (text_.compare(at_, n, word) == 0) {
         at_ += n;
-        return word[0] == 'n' ? std::string() : std::string(word);
+        if (word[0] != 'n') out = word;
+        return;
       }
     }
     std::size_t start = at_;
@@ -137,7 +152,7 @@ class JsonParser {
       at_ = start;
       fail("the value of " + inQuotes(key) + " is not valid JSON");
     }
-    return text_.substr(start, at_ - start);
+    out.assign(text_, start, at_ - start);
   }
 
   std::size_t skip_digits() {
@@ -183,18 +198,20 @@ class JsonParser {
     }
   }
 
-  std::string parse_string() {
+  // Appends the text that starts at the opening quote under the cursor to `out`.
+  void parse_string(std::string& out) {
     ++at_;  // the opening quote
-    std::string out;
     for (;;) {
+      // The bytes up to the next quote, escape or control character go in at once.
+      std::size_t end = at_;
+      while (end < text_.size() && text_[end] != '"' && text_[end] != '\\' && static_cast<unsigned char>(text_[end]) >= 0x20)
+        ++end;
+      out.append(text_, at_, end - at_);
+      at_ = end;
       if (at_ >= text_.size()) fail("a text is never closed");
       char c = text_[at_++];
-      if (c == '"') return out;
-      if (static_cast<unsigned char>(c) < 0x20) fail("a control character inside a text (write it as an escape)");
-      if (c != '\\') {
-        out += c;
-        continue;
-      }
+      if (c == '"') return;
+      if (c != '\\') fail("a control character inside a text (write it as an escape)");
       char e = peek();
       ++at_;
       switch (e) {
@@ -249,6 +266,9 @@ class JsonParser {
   const std::string& path_;
   std::size_t at_ = 0;
   std::unordered_map<std::string, std::size_t> columns_;
+  std::vector<std::string> row_;
+  std::vector<bool> seen_;
+  std::string key_;
   mutable std::size_t counted_to_ = 0;
   mutable unsigned counted_lines_ = 1;
 };
