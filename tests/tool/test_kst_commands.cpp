@@ -75,6 +75,31 @@ TEST_F(KstCommands, ShowPrintsEachFormatFitsAWidthAndFollowsTheFieldMap) {
   }
 }
 
+// A control character is shown escaped, and a two-byte character takes one place, wherever
+// in a cell it is: cells of 1 to 17 characters with the odd one at each place.
+TEST_F(KstCommands, ShowFindsControlsAndWideCharactersAnywhereInACell) {
+  std::vector<Strings> rows;
+  Strings expected;
+  for (std::size_t length = 1; length <= 17; ++length) {
+    for (std::size_t at = 0; at < length; ++at) {
+      const char control = (length + at) % 2 ? '\x01' : '\x7f';
+      std::string wide(length - 1, 'y'), odd(length, 'x'), shown = odd;
+      wide.insert(at, "\xC3\xA9");
+      odd[at] = control;
+      shown.replace(at, 1, control == '\x01' ? "\\x01" : "\\x7f");
+      rows.push_back({wide, odd});
+      expected.push_back(wide + std::string(17 - length + 2, ' ') + shown);
+    }
+  }
+  put("odd.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Wide", "Odd"}, rows));
+  Result r = kst({"show", path("odd.kst"), "--width", "0"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const Strings shown = lines(r.out);
+  ASSERT_EQ(shown.size(), expected.size() + 2);
+  EXPECT_EQ(shown[1], std::string(17, '-') + "  " + std::string(20, '-'));
+  EXPECT_EQ(Strings(shown.begin() + 2, shown.end()), expected);
+}
+
 // Output larger than the pieces it is written in: every row arrives whole, in order, laid out
 // as in a small table.
 TEST_F(KstCommands, ShowAndConvertStreamLargeOutputWhole) {

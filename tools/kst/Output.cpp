@@ -220,9 +220,7 @@ Format formatFromName(const std::string& name) {
 
 std::size_t displayWidth(std::string_view text) {
   // Most cells are plain ASCII: a byte each.
-  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
-    return text.size();
-  }
+  if (isAscii(text)) return text.size();
   std::size_t points = 0;
   for (std::size_t at = 0; at < text.size(); ++points) {
     std::size_t n = utf8_length(text.substr(at));
