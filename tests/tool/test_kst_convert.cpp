@@ -90,7 +90,8 @@ TEST_F(KstConvert, BadTablesSayWhere) {
       {"twice.json", "[{\"A\": \"x\", \"A\": \"y\"}]",
        "twice.json, line 1: the column \"A\" appears twice in one record"},
       {"open.json", "[{\"A\": \"x}]", "open.json, line 1: a text is never closed"},
-      {"tab.json", "[{\"A\": \"x\ty\"}]", "tab.json, line 1: a control character inside a text (write it as an escape)"},
+      {"tab.json", "[{\"A\": \"x\ty\"}]",
+       "tab.json, line 1: a control character inside a text (write it as an escape)"},
       {"none.json", "[]", "none.json holds no record, so it names no columns"},
       {"quote.csv", "\"Na\"\"me\"\n1\n", ""},  // a name with a quote cannot go into a log header
       {"long.csv", "A\nshort\n" + std::string(4096, 'x') + "\n",
@@ -167,7 +168,8 @@ TEST_F(KstConvert, BareAndQuotedValuesReadAlike) {
   const std::string bytes = std::string("ab Z09\t.;\x01\x7F\xC3\xA9", 13);
   const auto bare = [&] {
     std::string value;
-    for (unsigned i = pick(5) == 0 ? 0 : 1 + pick(8); i > 0; --i) value += bytes[pick(static_cast<unsigned>(bytes.size()))];
+    for (unsigned i = pick(5) == 0 ? 0 : 1 + pick(8); i > 0; --i)
+      value += bytes[pick(static_cast<unsigned>(bytes.size()))];
     return value;
   };
   const std::vector<std::string> needing_quotes = {"x,y", "say \"hi\"", "two\nlines", "one\ntwo\nthree", "cr\rhere"};
@@ -184,7 +186,8 @@ TEST_F(KstConvert, BareAndQuotedValuesReadAlike) {
       all_quoted += end;
     }
     for (int f = 0, fields = 1 + static_cast<int>(pick(3)); f < fields; ++f) {
-      const std::string value = pick(10) == 0 ? needing_quotes[pick(static_cast<unsigned>(needing_quotes.size()))] : bare();
+      const std::string value =
+          pick(10) == 0 ? needing_quotes[pick(static_cast<unsigned>(needing_quotes.size()))] : bare();
       // A row of one empty value written bare would be a blank line, which holds no record.
       const bool needs = value.find_first_of(",\"\r\n") != std::string::npos || (fields == 1 && value.empty());
       plain += (f ? "," : "") + (needs ? quoted(value) : value);
@@ -233,7 +236,7 @@ TEST_F(KstConvert, JsonRecordsNameTheirColumnsInAnyOrder) {
       "[{\"A\": \"1\", \"B\": \"a long first value\", \"C\": \"x\"},\n"
       " {\"B\": \"2\", \"A\": \"a\"},\n"
       " {\"C\": true, \"D\": -1.5e3, \"A\": null},\n"
-      " {\"A\": \"q \\\" b \\\\ e \\u00e9 n \\n end\", \"B\": \"\", \"C\": \"c\"},\n"
+      " {\"A\": \"q \\\" b \\\\ e \\u00e9 n \\n end\", \"B\": \"\", \"C\": \"c\\rr\"},\n"
       " {}]\n");
   Result r = kst({"convert", path("in.json"), "-", "--to", "csv"});
   ASSERT_EQ(r.status, 0) << r.err;
@@ -242,7 +245,7 @@ TEST_F(KstConvert, JsonRecordsNameTheirColumnsInAnyOrder) {
             "1,a long first value,x,\r\n"
             "a,2,,\r\n"
             ",,true,-1.5e3\r\n"
-            "\"q \"\" b \\ e \xC3\xA9 n \n end\",,c,\r\n"
+            "\"q \"\" b \\ e \xC3\xA9 n \n end\",,\"c\rr\",\r\n"
             ",,,\r\n");
   // Line numbers go on counting after the first error-free lines.
   put("late.json", "[\n{\"A\": \"x\"},\n\n{\"A\": \"y\"},\n{\"A\": \"z\", \"A\": \"w\"}\n]\n");

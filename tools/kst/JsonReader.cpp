@@ -204,7 +204,8 @@ class JsonParser {
     for (;;) {
       // The bytes up to the next quote, escape or control character go in at once.
       std::size_t end = at_;
-      while (end < text_.size() && text_[end] != '"' && text_[end] != '\\' && static_cast<unsigned char>(text_[end]) >= 0x20)
+      while (end < text_.size() && text_[end] != '"' && text_[end] != '\\' &&
+             static_cast<unsigned char>(text_[end]) >= 0x20)
         ++end;
       out.append(text_, at_, end - at_);
       at_ = end;

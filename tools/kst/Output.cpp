@@ -102,7 +102,7 @@ std::string rendered(const Grid& grid, Format format, unsigned width) {
 }
 
 void append_csv_field(std::string& out, std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+  if (!hasAnyOf(text, ",\"\r\n")) {
     out.append(text);
     return;
   }

@@ -17,16 +17,17 @@ constexpr uint64_t kHighs = 0x8080808080808080ull;
 constexpr uint64_t bytes_below(uint64_t w, unsigned char n) { return (w - kOnes * n) & ~w & kHighs; }
 
 // Whether `test` holds for some eight bytes of `text`; a text shorter than that is read as one
-// word filled out with a letter, which no test here is looking for. Every cell a table shows is
-// tested: a byte at a time was a third of printing a large log.
+// word filled out with copies of its first byte, which change no answer. Every cell a table
+// shows is tested: a byte at a time was a third of printing a large log.
 template <class Test>
 bool any_word(std::string_view text, Test test) {
   const char* p = text.data();
   const std::size_t n = text.size();
   uint64_t w;
   if (n < 8) {
-    w = kOnes * 'a';
-    for (std::size_t i = 0; i < n; ++i) w = (w << 8) | static_cast<unsigned char>(p[i]);
+    if (n == 0) return false;
+    w = kOnes * static_cast<unsigned char>(p[0]);
+    for (std::size_t i = 1; i < n; ++i) w = (w << 8) | static_cast<unsigned char>(p[i]);
     return test(w);
   }
   for (std::size_t at = 0; at < n; at += 8) {
@@ -41,6 +42,14 @@ bool any_word(std::string_view text, Test test) {
 
 bool hasControls(std::string_view text) {
   return any_word(text, [](uint64_t w) { return (bytes_below(w, 0x20) | bytes_below(w ^ (kOnes * 0x7f), 1)) != 0; });
+}
+
+bool hasAnyOf(std::string_view text, std::string_view bytes) {
+  return any_word(text, [bytes](uint64_t w) {
+    uint64_t found = 0;
+    for (char c : bytes) found |= bytes_below(w ^ (kOnes * static_cast<unsigned char>(c)), 1);
+    return found != 0;
+  });
 }
 
 bool isAscii(std::string_view text) {
