@@ -100,6 +100,15 @@ TEST_F(KstCommands, ShowFindsControlsAndWideCharactersAnywhereInACell) {
   EXPECT_EQ(Strings(shown.begin() + 2, shown.end()), expected);
 }
 
+// JSON escapes a value for any one of the bytes that need it, alone in an otherwise plain value.
+TEST_F(KstCommands, JsonEscapesEachByteThatNeedsIt) {
+  put("one.kst",
+      logText({"KESTA:Rev 1"}, {"text"}, {"Notes"}, {{"a\\b"}, {"del\x7f"}, {"q\"q"}, {"caf\xE9"}, {"plain"}}));
+  EXPECT_EQ(kst({"show", path("one.kst"), "--format", "json"}).out,
+            "[\n  {\"Notes\": \"a\\\\b\"},\n  {\"Notes\": \"del\\u007f\"},\n  {\"Notes\": \"q\\\"q\"},\n"
+            "  {\"Notes\": \"caf\\u00e9\"},\n  {\"Notes\": \"plain\"}\n]\n");
+}
+
 // Output larger than the pieces it is written in: every row arrives whole, in order, laid out
 // as in a small table.
 TEST_F(KstCommands, ShowAndConvertStreamLargeOutputWhole) {

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "ByteWords.h"
+
 namespace kst {
 namespace {
 
@@ -102,7 +104,11 @@ std::string rendered(const Grid& grid, Format format, unsigned width) {
 }
 
 void append_csv_field(std::string& out, std::string_view text) {
-  if (!hasAnyOf(text, ",\"\r\n")) {
+  namespace bw = byteWords;
+  const auto needs_quotes = [](uint64_t w) {
+    return (bw::equal(w, ',') | bw::equal(w, '"') | bw::equal(w, '\r') | bw::equal(w, '\n')) != 0;
+  };
+  if (!bw::any(text, needs_quotes)) {
     out.append(text);
     return;
   }
@@ -244,6 +250,16 @@ std::string tsvField(std::string_view text) {
 
 void appendJsonString(std::string& out, std::string_view text) {
   out += '"';
+  namespace bw = byteWords;
+  const auto needs_escape = [](uint64_t w) {
+    return (bw::high(w) | bw::below(w, 0x20) | bw::equal(w, 0x7f) | bw::equal(w, '"') | bw::equal(w, '\\')) != 0;
+  };
+  if (!bw::any(text, needs_escape)) {
+    // Most values need no escape.
+    out.append(text);
+    out += '"';
+    return;
+  }
   for (std::size_t at = 0; at < text.size();) {
     auto u = static_cast<unsigned char>(text[at]);
     std::size_t n = utf8_length(text.substr(at));

@@ -11,8 +11,6 @@ namespace kst {
 
 // Whether `text` holds a control character (below 0x20, or 0x7f).
 bool hasControls(std::string_view text);
-// Whether `text` holds one of `bytes` (a few): find_first_of without a call for every byte.
-bool hasAnyOf(std::string_view text, std::string_view bytes);
 // Whether every byte of `text` is below 0x80.
 bool isAscii(std::string_view text);
 // One line of text: line feeds, tabs and other control characters shown as escapes.
