@@ -208,6 +208,22 @@ TEST_F(KstConvert, BareAndQuotedValuesReadAlike) {
   EXPECT_EQ(a.out, b.out);
 }
 
+// TSV lines with escapes and without: a tab after a backslash stays in its cell, a trailing
+// tab adds an empty cell, and an unknown escape is kept as it stands.
+TEST_F(KstConvert, TsvCellsWithAndWithoutEscapes) {
+  put("in.tsv", "A\tB\tC\r\nplain\t\tlast\t\nx\\ty\\\\z\\n\\r\\q\tb\\\tc\\\n\n1\t2\t3");
+  Result r = kst({"convert", path("in.tsv"), "-", "--to", "json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "[\n  {\"A\": \"plain\", \"B\": \"\", \"C\": \"last\"},\n"
+            "  {\"A\": \"x\\ty\\\\z\\n\\r\\\\q\", \"B\": \"b\\\\\\tc\\\\\", \"C\": \"\"},\n"
+            "  {\"A\": \"1\", \"B\": \"2\", \"C\": \"3\"}\n]\n");
+  // Written back, each value with one byte to escape gets its escape.
+  put("one.json", "[{\"A\": \"t\\tt\", \"B\": \"b\\\\b\", \"C\": \"n\\nn\", \"D\": \"r\\rr\", \"E\": \"e\"}]");
+  EXPECT_EQ(kst({"convert", path("one.json"), "-", "--to", "tsv"}).out,
+            "A\tB\tC\tD\tE\nt\\tt\tb\\\\b\tn\\nn\tr\\rr\te\n");
+}
+
 TEST_F(KstConvert, TsvAndJsonRoundTrips) {
   put("sheet.csv", kSheet);
   // Control characters, a tab, a backslash and bytes that are not UTF-8.

@@ -121,6 +121,14 @@ void append_csv_field(std::string& out, std::string_view text) {
 }
 
 void append_tsv_field(std::string& out, std::string_view text) {
+  namespace bw = byteWords;
+  const auto needs_escape = [](uint64_t w) {
+    return (bw::equal(w, '\t') | bw::equal(w, '\n') | bw::equal(w, '\r') | bw::equal(w, '\\')) != 0;
+  };
+  if (!bw::any(text, needs_escape)) {
+    out.append(text);
+    return;
+  }
   for (char c : text) {
     switch (c) {
       case '\t':
