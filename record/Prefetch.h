@@ -11,6 +11,8 @@
 //   }
 
 #include <cstddef>
+#include <cstdint>
+#include <string_view>
 
 #include "record/dbrecord.h"
 
@@ -62,6 +64,27 @@ void whole(const List& records, std::size_t n, std::size_t row) noexcept {
   if (fields == 0) return;
   __builtin_prefetch(later->fieldView(0).data());
   __builtin_prefetch(later->fieldView(static_cast<unsigned short>(fields - 1)).data());
+}
+
+// The record, and both ends of the line it holds (nothing more for one that holds none), for
+// a pass that copies lines: no call into the record. Records that lie in memory in the order
+// of the pass (a loaded log, or one sorted into the order it was loaded in) are left to the
+// processor, which streams them and their lines: asking for them too slowed such a save by a
+// tenth, where a save after a sort into another order took a fifth less.
+template <class List>
+void line(const List& records, std::size_t n, std::size_t row) noexcept {
+  if (row + kRecordAhead >= n) return;
+  const auto now = reinterpret_cast<std::uintptr_t>(records[row].get());
+  const auto ahead = reinterpret_cast<std::uintptr_t>(records[row + kRecordAhead].get());
+  constexpr std::uintptr_t kNear = 64 * 1024;
+  if (now == 0 || ahead == 0 || (ahead > now && ahead - now < kNear)) return;
+  record(records, n, row);
+  const dbrecord* later = records[row + kBytesAhead].get();
+  if (!later) return;
+  const std::string_view held = later->heldLine();
+  if (held.empty()) return;
+  __builtin_prefetch(held.data());
+  __builtin_prefetch(held.data() + held.size() - 1);
 }
 
 }  // namespace prefetch

@@ -21,6 +21,7 @@
 #include "record/CharClass.h"
 #include "record/FieldText.h"
 #include "record/KestaRevision.h"
+#include "record/Prefetch.h"
 #include "record/kesta.h"
 #include "support/Log.h"
 #include "support/StringUtils.h"
@@ -254,6 +255,8 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
   int written = 0;
   char tag_text[8];
   for (std::size_t row = 0; row < records.size(); ++row) {
+    // After a sort the lines lie scattered over the log: each is asked for before it is read.
+    if (direct) prefetch::line(records, records.size(), row);
     Zr::Ptr<dbrecord> kept;  // a derived class's row setter might change the list
     const Zr::Ptr<dbrecord>& record = direct ? records[row] : (kept = records[row]);
     if (!record) continue;  // an entry left empty by insert_records has nothing to write
