@@ -76,7 +76,8 @@ TEST_F(KstCommands, ShowPrintsEachFormatFitsAWidthAndFollowsTheFieldMap) {
 }
 
 // A control character is shown escaped, and a two-byte character takes one place, wherever
-// in a cell it is: cells of 1 to 17 characters with the odd one at each place.
+// in a cell it is: cells of 1 to 17 characters with the odd one at each place, in rows with
+// and without a control character.
 TEST_F(KstCommands, ShowFindsControlsAndWideCharactersAnywhereInACell) {
   std::vector<Strings> rows;
   Strings expected;
@@ -89,6 +90,9 @@ TEST_F(KstCommands, ShowFindsControlsAndWideCharactersAnywhereInACell) {
       shown.replace(at, 1, control == '\x01' ? "\\x01" : "\\x7f");
       rows.push_back({wide, odd});
       expected.push_back(wide + std::string(17 - length + 2, ' ') + shown);
+      // The same wide value in a line with nothing to escape.
+      rows.push_back({wide, "x"});
+      expected.push_back(wide + std::string(17 - length + 2, ' ') + "x");
     }
   }
   put("odd.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Wide", "Odd"}, rows));

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "Errors.h"
+#include "Text.h"
 
 namespace kst {
 namespace {
@@ -78,6 +79,10 @@ RowSource recordRows(kesta& db, const std::vector<unsigned>& fields, std::vector
       const bool has = *held && f < (*held)->get_num_fields();
       out.push_back(has ? (*held)->fieldView(static_cast<unsigned short>(f)) : std::string_view());
     }
+    // A record that keeps its line has its texts in it as they are: one test of the line
+    // answers for every cell.
+    const std::string_view line = *held ? (*held)->heldLine() : std::string_view();
+    return !line.empty() && isPrintableAscii(line);
   };
   return table;
 }

@@ -80,12 +80,12 @@ class Pieces {
 template <class Fn>
 void each_line(const RowSource& table, Fn fn) {
   std::vector<std::string_view> cells(table.headers.begin(), table.headers.end());
-  fn(cells);
+  fn(cells, false);
   for (std::size_t r = 0; r < table.rows; ++r) {
     cells.clear();
-    table.cells(r, cells);
+    const bool printable = table.cells(r, cells);
     cells.resize(table.headers.size());
-    fn(cells);
+    fn(cells, printable);
   }
 }
 
@@ -93,6 +93,7 @@ RowSource grid_rows(const Grid& grid) {
   RowSource table{grid.headers, grid.rows.size(), {}};
   table.cells = [&grid](std::size_t r, std::vector<std::string_view>& out) {
     for (const std::string& cell : grid.rows[r]) out.emplace_back(cell);
+    return false;
   };
   return table;
 }
@@ -151,7 +152,7 @@ void append_tsv_field(std::string& out, std::string_view text) {
 
 void render_separated(const RowSource& table, char separator, const char* eol,
                       void (*field)(std::string&, std::string_view), Pieces& out) {
-  each_line(table, [&](const std::vector<std::string_view>& cells) {
+  each_line(table, [&](const std::vector<std::string_view>& cells, bool) {
     std::string& text = out.text();
     for (std::size_t i = 0; i < cells.size(); ++i) {
       if (i > 0) text += separator;
@@ -316,19 +317,21 @@ void render_table(const RowSource& table, unsigned width, Pieces& out) {
   if (columns == 0) return;
   std::string escaped;
   std::vector<std::size_t> natural(columns, 0);
-  each_line(table, [&](const std::vector<std::string_view>& cells) {
-    for (std::size_t i = 0; i < columns; ++i) natural[i] = std::max(natural[i], displayWidth(shown_text(cells[i], escaped)));
+  each_line(table, [&](const std::vector<std::string_view>& cells, bool printable) {
+    for (std::size_t i = 0; i < columns; ++i) {
+      natural[i] = std::max(natural[i], printable ? cells[i].size() : displayWidth(shown_text(cells[i], escaped)));
+    }
   });
   std::vector<std::size_t> widths = fitted_widths(natural, width);
   const std::size_t shown = widths.size();
 
   std::string cut;
-  auto line = [&](const std::vector<std::string_view>& cells) {
+  auto line = [&](const std::vector<std::string_view>& cells, bool printable) {
     std::string& text = out.text();
     const std::size_t start = text.size();
     for (std::size_t i = 0; i < shown; ++i) {
-      std::string_view cell = shown_text(cells[i], escaped);
-      std::size_t used = displayWidth(cell);
+      std::string_view cell = printable ? cells[i] : shown_text(cells[i], escaped);
+      std::size_t used = printable ? cell.size() : displayWidth(cell);
       if (used > widths[i]) {
         cut = fit(std::string(cell), widths[i]);
         cell = cut;
@@ -342,13 +345,13 @@ void render_table(const RowSource& table, unsigned width, Pieces& out) {
     out.pass_on_if_large();
   };
   bool first = true;
-  each_line(table, [&](const std::vector<std::string_view>& cells) {
-    line(cells);
+  each_line(table, [&](const std::vector<std::string_view>& cells, bool printable) {
+    line(cells, printable);
     if (!first) return;
     first = false;
     std::vector<std::string> rule_texts;
     for (std::size_t w : widths) rule_texts.emplace_back(w, '-');
-    line(std::vector<std::string_view>(rule_texts.begin(), rule_texts.end()));
+    line(std::vector<std::string_view>(rule_texts.begin(), rule_texts.end()), true);
   });
   if (shown < columns) {
     // Appended piece by piece: g++ 12 at -O3 reports a false overlap (-Wrestrict) for the

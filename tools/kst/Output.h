@@ -32,11 +32,12 @@ struct Grid {
 
 // A table whose rows are made one at a time, so that a large one is never held whole in
 // memory: cells(r, out) fills `out` with row r's texts, one per header, which stay valid until
-// the next call.
+// the next call. It answers true when it knows, from one look at the row, that every text is
+// printable ASCII (0x20 to 0x7e), which spares the table a test of each; false says nothing.
 struct RowSource {
   std::vector<std::string> headers;
   std::size_t rows = 0;
-  std::function<void(std::size_t row, std::vector<std::string_view>& out)> cells;
+  std::function<bool(std::size_t row, std::vector<std::string_view>& out)> cells;
 };
 
 // Where rendered text goes, a piece at a time.

@@ -15,6 +15,11 @@ bool isAscii(std::string_view text) {
   return !byteWords::any(text, [](uint64_t w) { return byteWords::high(w) != 0; });
 }
 
+bool isPrintableAscii(std::string_view text) {
+  namespace bw = byteWords;
+  return !bw::any(text, [](uint64_t w) { return (bw::high(w) | bw::below(w, 0x20) | bw::equal(w, 0x7f)) != 0; });
+}
+
 std::string escapeControls(std::string_view text) {
   if (!hasControls(text)) return std::string(text);
   std::string out;

@@ -13,6 +13,8 @@ namespace kst {
 bool hasControls(std::string_view text);
 // Whether every byte of `text` is below 0x80.
 bool isAscii(std::string_view text);
+// Whether every byte of `text` is printable ASCII (0x20 to 0x7e).
+bool isPrintableAscii(std::string_view text);
 // One line of text: line feeds, tabs and other control characters shown as escapes.
 std::string escapeControls(std::string_view text);
 // The text quoted for a message: "Reel", with control characters shown as escapes.
