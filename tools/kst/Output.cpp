@@ -170,16 +170,21 @@ void render_json(const RowSource& table, Pieces& out) {
     return;
   }
   text += "[\n";
+  // Each column's name as every record writes it, made once.
+  std::vector<std::string> keys;
+  for (std::size_t i = 0; i < table.headers.size(); ++i) {
+    std::string key = i > 0 ? ", " : "";
+    appendJsonString(key, table.headers[i]);
+    keys.push_back(key + ": ");
+  }
   std::vector<std::string_view> cells;
   for (std::size_t r = 0; r < table.rows; ++r) {
     cells.clear();
     table.cells(r, cells);
     cells.resize(table.headers.size());
     text += "  {";
-    for (std::size_t i = 0; i < table.headers.size(); ++i) {
-      if (i > 0) text += ", ";
-      appendJsonString(text, table.headers[i]);
-      text += ": ";
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      text += keys[i];
       appendJsonString(text, cells[i]);
     }
     text += r + 1 < table.rows ? "},\n" : "}\n";
