@@ -61,6 +61,9 @@ TEST_F(KstConvert, CsvDetails) {
       {"empty trailing fields are dropped", "A,B\n1,2,,\n", "[\n  {\"A\": \"1\", \"B\": \"2\"}\n]\n"},
       {"no final line end", "A\n\"x\"", "[\n  {\"A\": \"x\"}\n]\n"},
       {"header only", "A,B\r\n", "[]\n"},
+      {"a quoted field opened after a lone carriage return goes on over a line without quotes",
+       "A,B\n1\r\"two\nlines\nend\",3\n",
+       "[\n  {\"A\": \"1\", \"B\": \"\"},\n  {\"A\": \"two\\nlines\\nend\", \"B\": \"3\"}\n]\n"},
       {"a lone carriage return ends a record", "A,B\n1,2\r3,4\n",
        "[\n  {\"A\": \"1\", \"B\": \"2\"},\n  {\"A\": \"3\", \"B\": \"4\"}\n]\n"},
   };

@@ -2,6 +2,7 @@
 
 #include <csv.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "Errors.h"
@@ -22,6 +23,9 @@ struct CsvState {
   CellTable rows;
   std::vector<unsigned> starts;
   bool open = false;   // a record has begun and not ended
+  // A quoted field is open: in strict CSV every quote belongs to a quoted field, so this is
+  // whether the quotes read so far are odd in number.
+  bool in_quotes = false;
   unsigned start = 0;  // the line it began on
   unsigned line = 0;   // the line being parsed
   unsigned events = 0;
@@ -61,11 +65,11 @@ void on_record(int, void* data) {
 }
 
 // Reads a line that holds no quote and no carriage return but for its line end, outside any
-// record: it is its fields split at the commas, as the parser would read it. Most lines of a
+// quoted field: it is its fields split at the commas, as the parser would read it. Most lines of a
 // large table are such lines, and the parser takes them a byte at a time. False, having read
 // nothing, for any other line (the file's last, without a line end, included).
 bool read_unquoted_line(std::string_view chunk, CsvState& state) {
-  if (state.open || chunk.empty() || chunk.back() != '\n') return false;
+  if (state.in_quotes || chunk.empty() || chunk.back() != '\n') return false;
   std::string_view text = chunk.substr(0, chunk.size() - 1);
   if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
   if (std::memchr(text.data(), '"', text.size()) || std::memchr(text.data(), '\r', text.size())) return false;
@@ -139,9 +143,11 @@ InputTable readCsv(const std::string& bytes, const std::string& path) {
     std::string_view chunk(bytes.data() + at, end - at);
     ++state.line;
     state.events = 0;
-    const std::size_t parsed = read_unquoted_line(chunk, state)
-                                   ? chunk.size()
-                                   : csv_parse(parser.get(), chunk.data(), chunk.size(), on_field, on_record, &state);
+    std::size_t parsed = chunk.size();
+    if (!read_unquoted_line(chunk, state)) {
+      parsed = csv_parse(parser.get(), chunk.data(), chunk.size(), on_field, on_record, &state);
+      if (std::count(chunk.begin(), chunk.end(), '"') % 2 != 0) state.in_quotes = !state.in_quotes;
+    }
     if (state.out_of_memory) throw Failure("out of memory reading " + path);
     if (state.too_long) throw Failure(path + ", line " + std::to_string(state.line) + ": a record longer than 4 GB");
     if (parsed != chunk.size()) {
