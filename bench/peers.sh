@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Times kst next to the tools people would otherwise use on a big log (miller, sqlite3, DuckDB,
-# GNU sort) on the same generated data, and the raw read limit (cat, a memchr line counter).
+# GNU sort) on the same generated data, and the raw limits: cat, a memchr line counter, that
+# counter making a heap record of each line, and a copy of the log renamed over the last one.
 # Prints one table: median seconds, peak resident memory, and each time as a ratio to kst's.
 #
 #   bench/peers.sh                 # 1,000,000 records, 3 runs per job
@@ -12,7 +13,8 @@
 #
 # Environment: RECORDS, RUNS, TOOLS, PAUSE, WORK (data and results folder, default /tmp/kesta-peers),
 # KST (a kst binary; default: a Release build made in build/peers-release), SCENE (the text
-# looked for in Scene), TC (the time-code prefix the start..end range must cover).
+# looked for in Scene), TC (the time-code prefix the start..end range must cover), RECORD_BYTES
+# (the record size of the "line records" floor, default 120).
 # Installs what is missing: miller, sqlite3, hyperfine and GNU time from Debian's packages,
 # DuckDB through npm (@duckdb/node-api, into $WORK/node). A tool for people, not for CI.
 set -euo pipefail
@@ -75,6 +77,41 @@ int main(int argc, char** argv) {
 EOF
 cc -O2 -o "$WORK/linecount" "$WORK/linecount.c"
 
+# The floor of a load that makes a heap record of each line, as the library does: map the file,
+# find each line with memchr, and allocate and fill RECORD_BYTES for it (the size of a loaded
+# record on x86-64). Whatever else a load does comes on top of this.
+cat >"$WORK/linerecords.c" <<'EOF'
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  size_t size = (size_t)atol(argv[2]);
+  int fd = open(argv[1], O_RDONLY);
+  struct stat st;
+  if (fd < 0 || fstat(fd, &st) != 0) return 1;
+  const char* p = mmap(NULL, (size_t)st.st_size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+  if (p == MAP_FAILED) return 1;
+  const char* end = p + st.st_size;
+  size_t count = 0, room = 1024;
+  void** records = malloc(room * sizeof *records);
+  while ((p = memchr(p, '\n', (size_t)(end - p))) != NULL) {
+    if (count == room) records = realloc(records, (room *= 2) * sizeof *records);
+    if (records == NULL || (records[count] = malloc(size)) == NULL) return 1;
+    memset(records[count], (int)(count & 0xff), size);
+    ++count;
+    ++p;
+  }
+  printf("%zu\n", count);
+  return 0;
+}
+EOF
+cc -O2 -o "$WORK/linerecords" "$WORK/linerecords.c"
+
 # DuckDB on one thread or on all, driven from Node: node duck.mjs THREADS SQL...
 cat >"$WORK/node/duck.mjs" <<'EOF'
 import { DuckDBInstance } from '@duckdb/node-api';
@@ -99,6 +136,9 @@ add() { jobs+=("$1|$2|$3"); }
 
 add raw "cat" "cat '$LOG' >/dev/null"
 add raw "memchr lines" "'$WORK/linecount' '$LOG' >/dev/null"
+add raw "line records" "'$WORK/linerecords' '$LOG' ${RECORD_BYTES:-120} >/dev/null"
+# The floor of writing a log back: the file copied to a new one renamed over the last copy.
+add raw "copy, rename" "cp '$LOG' '$O/copy.tmp' && mv '$O/copy.tmp' '$O/copy.kst'"
 
 add load "kst" "'$KST' convert '$LOG' '$O/kst-load.kst'"
 add load "miller" "mlr --csv cat '$CSV' >'$O/mlr-load.csv'"
