@@ -1,5 +1,4 @@
 #include "Output.h"
-#include "Text.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <cstdlib>
 
 #include "ByteWords.h"
+#include "Text.h"
 
 namespace kst {
 namespace {
