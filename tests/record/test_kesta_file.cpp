@@ -1,6 +1,5 @@
 // The database file: the exact text the writer produces, round trips of everything a file
-// carries, one case per damaged input with the state and the log it leaves, and the
-// comma-separated input form.
+// carries, damaged headers and the state they leave, and the comma-separated input form.
 
 #include <gtest/gtest.h>
 
@@ -100,9 +99,9 @@ TEST_F(KestaFile, RoundTripKeepsEverythingTheFileCarries) {
   EXPECT_EQ(log(), "");
 }
 
-TEST_F(KestaFile, DamagedInputsEndInTheirStates) {
-  const std::string head = "\"KESTA:Rev 1\"\n\"KESTA\"\n\"32\",\"10\"\n\"text\",\"text\"\n\"Name\",\"Reel\"\n";
-  const std::string head1 = "\"KESTA:Rev 1\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"r1\"\n";
+// Damaged headers; the other damaged inputs are cases of MalformedFiles. The strict flag only
+// decides what a file with parameters and no marker loads to.
+TEST_F(KestaFile, DamagedHeadersEndInTheirStates) {
   struct Case {
     const char* what;
     std::string text;
@@ -110,53 +109,12 @@ TEST_F(KestaFile, DamagedInputsEndInTheirStates) {
     int valid;
     unsigned fields, params;
     Strings names;  // first column of the records loaded
-    std::string log;
   } cases[] = {
-      {"no KESTA: line", "\"Name\",\"Reel\"\n\"a\",\"b\"\n", true, 0, 0, 0, {}, ""},
-      {"saved without parameters", "\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"a\"\n", true, 0, 0, 0, {}, ""},
-      {"empty file", "", true, 0, 0, 0, {}, ""},
-      {"types and names differ",
-       "\"KESTA:Rev 1\"\n\"KESTA\"\n\"32\",\"10\"\n\"text\",\"text\"\n\"N\",\"R\",\"S\"\n",
-       true,
-       0,
-       0,
-       1,
-       {},
-       ""},
-      {"short record line", head + "\"a\",\"A001\"\n\"b\"\n\"c\",\"A003\"\n", true, 1, 2, 1, {"a"}, kNotAllFilled},
-      {"long record line", head + "\"a\",\"A001\",\"x\"\n\"c\",\"A003\"\n", true, 1, 2, 1, {}, kNotAllFilled},
-      {"blank line ends the records", head + "\"a\",\"1\"\n\n\"c\",\"3\"\n", true, 1, 2, 1, {"a"}, ""},
-      {"line of blanks ends them too", head + "\"a\",\"1\"\n  \t \n\"c\",\"3\"\n", true, 1, 2, 1, {"a"}, ""},
-      {"unquoted and lower-case header", "kesta:rev 1\nkesta\n1\ntext\nName\nplain\n", true, 1, 1, 1, {"plain"}, ""},
-      {"no marker, strict", "\"KESTA:Rev 1\"\n\"Mode:x\"\n", true, 0, 0, 2, {}, ""},
-      {"no marker, not strict", "\"KESTA:Rev 1\"\n\"Mode:x\"\n\"Name\",\"Reel\"\n", false, 1, 0, 2, {}, ""},
-      {"header cut after the marker", "\"KESTA:Rev 1\"\n\"KESTA\"\n", true, 1, 0, 1, {}, ""},
-      // A one-column database takes a repeated header's names line as a record.
-      {"repeated header",
-       head1 + "\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"r2\"\n",
-       true,
-       1,
-       1,
-       1,
-       {"r1", "Name", "r2"},
-       ""},
-      {"repeated header cut", head1 + "\"KESTA\"\n\"32\"\n\"text\"\n", true, 1, 1, 1, {"r1"}, kNoMoreLines},
-      {"other revision",
-       "\"KESTA:Rev 2\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n\"a\"\n",
-       true,
-       1,
-       1,
-       1,
-       {"a"},
-       "kesta::read_text:  Warning: kesta is revision 2, current level is 1\n"},
-      {"no revision",
-       "\"KESTA:\"\n\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n",
-       true,
-       1,
-       1,
-       1,
-       {},
-       "kesta::read_text:  Warning: kesta is revision 0, current level is 1\n"},
+      {"no KESTA: line", "\"Name\",\"Reel\"\n\"a\",\"b\"\n", true, 0, 0, 0, {}},
+      {"unquoted and lower-case header", "kesta:rev 1\nkesta\n1\ntext\nName\nplain\n", true, 1, 1, 1, {"plain"}},
+      {"no marker, strict", "\"KESTA:Rev 1\"\n\"Mode:x\"\n", true, 0, 0, 2, {}},
+      {"no marker, not strict", "\"KESTA:Rev 1\"\n\"Mode:x\"\n\"Name\",\"Reel\"\n", false, 1, 0, 2, {}},
+      {"header cut after the marker", "\"KESTA:Rev 1\"\n\"KESTA\"\n", true, 1, 0, 1, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -165,13 +123,8 @@ TEST_F(KestaFile, DamagedInputsEndInTheirStates) {
     EXPECT_EQ(db->get_num_fields(), c.fields);
     EXPECT_EQ(db->num_params(), c.params);
     EXPECT_EQ(columnOf(*db, 0), c.names);
-    EXPECT_EQ(log(), c.log);
+    EXPECT_EQ(log(), "");
   }
-  capture_.clear();
-  kesta missing(dir_.wfile("missing.kst"), INT_MAX, true);
-  EXPECT_EQ(missing.get_valid(), 0);
-  EXPECT_EQ(missing.get_num_fields(), 0u);
-  EXPECT_EQ(log(), "");
 }
 
 TEST_F(KestaFile, ParameterLines) {
@@ -233,9 +186,6 @@ TEST_F(KestaFile, CommaSeparatedInput) {
   auto db = load("a,b,c\n1,2\n", "a.csv");
   EXPECT_EQ(db->get_valid(), 1);
   EXPECT_EQ(namesOf(*db), (Strings{"a", "b", "c"}));
-  EXPECT_EQ(typesOf(*db), (std::vector<int>{65, 65, 65}));
-  EXPECT_EQ(rowsOf(*db), (Rows{{"1", "2", ""}}));
-  EXPECT_EQ(db->num_params(), 0u);
   EXPECT_EQ(db->changed(), 1) << "changed marks stay after this form";
 
   // Quote-aware split: pieces keep their quotes; a backslash-quote does not open a stretch;
@@ -258,8 +208,6 @@ TEST_F(KestaFile, CommaSeparatedInput) {
   spy.loadFromFile(dir_.wfile("spy.csv"), INT_MAX, true);
   EXPECT_EQ(spy.stores, (Strings{"0.0= x", "0.1="}));
   EXPECT_EQ(rowsOf(spy), (Rows{{"x", ""}}));
-  auto upper = load("a,b,c\n1,2\n", "a.CSV");
-  EXPECT_EQ(upper->get_valid(), 0) << "the suffix is compared exactly";
   for (const char* text : {"", "\n1,2\n"}) {
     auto empty = load(text, "empty.csv");
     EXPECT_EQ(empty->get_valid(), 1);
@@ -273,11 +221,6 @@ TEST_F(KestaFile, SaveAnswers) {
   EXPECT_EQ(empty.save_text(), 0) << "no records written";
   // Without parameters the file starts at the marker, and such a file does not load back.
   EXPECT_EQ(testutil::readFile(dir_.file("empty.kst")), "\"KESTA\"\n\"32\"\n\"text\"\n\"Name\"\n");
-
-  auto db = makeDb({{"Name", T::kText}}, {{"a"}});
-  db->set_filename(dir_.wfile("no-such-folder/x.kst"));
-  EXPECT_EQ(db->save_text(), 0);
-  EXPECT_FALSE(testutil::pathExists(dir_.file("no-such-folder/x.kst")));
 
   // Every record of the full list is written, whatever the tag display mode.
   auto shown = makeDb<FullCountKesta>({{"Name", T::kText}}, {{"a"}, {"b"}, {"c"}});

@@ -57,11 +57,8 @@ TEST(KestaDelete, NotificationTexts) {
     Strings left;
   } cases[] = {
       {5, 1, 2, {"1 2 "}, {"r0", "r3", "r4"}},
-      {5, 0, 1, {"0 "}, {"r1", "r2", "r3", "r4"}},
-      {5, 4, 1, {"4 "}, {"r0", "r1", "r2", "r3"}},
-      {5, 0, 5, {"0 1 2 3 4 "}, {}},
-      {12, 8, 4, {"8 9 10 11 "}, {"r0", "r1", "r2", "r3", "r4", "r5", "r6", "r7"}},
-      {5, 3, 9, {"3 4 "}, {"r0", "r1", "r2"}},  // a range past the end is cut there
+      // A range past the end is cut there.
+      {5, 3, 9, {"3 4 "}, {"r0", "r1", "r2"}},
       {5, 5, 1, {}, {"r0", "r1", "r2", "r3", "r4"}},
       {5, 0, 0, {}, {"r0", "r1", "r2", "r3", "r4"}},
       {0, 0, 1, {}, {}},
@@ -297,6 +294,8 @@ TEST(Tags, SetInvertCountAndReadValues) {
   EXPECT_EQ(db->get_num_tags(), 2);
 }
 
+// Two examples: the model check compares the answer, messages and rows on random tags, but
+// its databases override nothing, so only the spy here sees each run go through delete_records.
 TEST(Tags, DeleteTaggedRecordsInRuns) {
   struct Case {
     std::vector<int> tags;
@@ -305,12 +304,7 @@ TEST(Tags, DeleteTaggedRecordsInRuns) {
     Strings left;
   } cases[] = {
       {{0, 1, 1, 0, 1, 0}, {"1 2 ", "2 "}, {{1, 2}, {2, 1}}, {"r0", "r3", "r5"}},
-      {{1, 1, 1, 1}, {"0 1 2 3 "}, {{0, 4}}, {}},
-      {{0, 0, 1, 1}, {"2 3 "}, {{2, 2}}, {"r0", "r1"}},
-      {{1, 0, 1, 0, 1}, {"0 ", "1 ", "2 "}, {{0, 1}, {1, 1}, {2, 1}}, {"r1", "r3"}},
       {{2, 1, 0, 5, 1}, {"1 ", "3 "}, {{1, 1}, {3, 1}}, {"r0", "r2", "r3"}},  // only tag 1 deletes
-      {{0, 0, 0}, {}, {}, {"r0", "r1", "r2"}},
-      {{}, {}, {}, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.tags));

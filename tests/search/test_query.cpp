@@ -15,7 +15,6 @@ namespace {
 using storetest::columnOf;
 using storetest::makeDb;
 using storetest::Rows;
-using storetest::columnOf;
 using Strings = std::vector<std::string>;
 using Fields = std::vector<DBFieldDesc>;
 
