@@ -104,8 +104,7 @@ class KstTest : public ::testing::Test {
     auto before = snapshot();
     Result result = runKst(args, size_blocks);
     auto after = snapshot();
-    std::string command;
-    for (const auto& a : args) command += " " + a;
+    const std::string command = commandLine(args);
     for (const auto& [name, bytes] : before) {
       if (outputs.count(name)) continue;
       auto it = after.find(name);
@@ -121,6 +120,15 @@ class KstTest : public ::testing::Test {
     return result;
   }
 
+  // kst() for a run that is to succeed. Any other exit status is a fatal failure that shows
+  // the error output: where later lines need the run, ASSERT_NO_FATAL_FAILURE around the call
+  // stops the test.
+  Result kstOk(const Strings& args, const std::set<std::string>& outputs = {}) {
+    Result result = kst(args, outputs);
+    exitedWithZero(result, args);
+    return result;
+  }
+
   // Loads a log with the library itself; fails the test when it does not load.
   Zr::Ptr<kesta> load(const std::string& name) const {
     Zr::Ptr<kesta> db(new kesta(testutil::wide(path(name)), INT_MAX, false));
@@ -131,6 +139,14 @@ class KstTest : public ::testing::Test {
   testutil::TempDir dir_;
 
  private:
+  static std::string commandLine(const Strings& args) {
+    std::string command;
+    for (const auto& a : args) command += " " + a;
+    return command;
+  }
+  static void exitedWithZero(const Result& result, const Strings& args) {
+    ASSERT_EQ(result.status, 0) << "kst" << commandLine(args) << "\n" << result.err;
+  }
   std::map<std::string, std::string> snapshot() const {
     std::map<std::string, std::string> files;
     for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {

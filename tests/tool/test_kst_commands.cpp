@@ -57,8 +57,7 @@ TEST_F(KstCommands, ShowPrintsEachFormatFitsAWidthAndFollowsTheFieldMap) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
-    Result r = kst(c.args);
-    EXPECT_EQ(r.status, 0);
+    Result r = kstOk(c.args);
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out, c.out);
   }
@@ -96,9 +95,7 @@ TEST_F(KstCommands, ShowFindsControlsAndWideCharactersAnywhereInACell) {
     }
   }
   put("odd.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Wide", "Odd"}, rows));
-  Result r = kst({"show", path("odd.kst"), "--width", "0"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  const Strings shown = lines(r.out);
+  const Strings shown = lines(kstOk({"show", path("odd.kst"), "--width", "0"}).out);
   ASSERT_EQ(shown.size(), expected.size() + 2);
   EXPECT_EQ(shown[1], std::string(17, '-') + "  " + std::string(20, '-'));
   EXPECT_EQ(Strings(shown.begin() + 2, shown.end()), expected);
@@ -125,11 +122,8 @@ TEST_F(KstCommands, ShowAndConvertStreamLargeOutputWhole) {
     rows.push_back({name, i % 2 ? "A2" : "A010", "01:00:05:00", "01:00:20:00", notes + (i % 3 ? "" : ", x"), "0"});
   }
   const std::string file = put("big.kst", logText({"KESTA:Rev 1"}, kTypes, kNames, rows));
-  Result table = kst({"show", file, "--width", "0"});
-  Result csv = kst({"convert", file, path("big.csv")}, {"big.csv"});
-  ASSERT_EQ(table.status, 0) << table.err;
-  ASSERT_EQ(csv.status, 0) << csv.err;
-  const Strings shown = lines(table.out);
+  const Strings shown = lines(kstOk({"show", file, "--width", "0"}).out);
+  kstOk({"convert", file, path("big.csv")}, {"big.csv"});
   const Strings written = lines(read("big.csv"));
   ASSERT_EQ(shown.size(), kRows + 2u);
   ASSERT_EQ(written.size(), kRows + 1u);
@@ -149,8 +143,7 @@ TEST_F(KstCommands, ShowAndConvertStreamLargeOutputWhole) {
 
 TEST_F(KstCommands, InfoDescribesTheLog) {
   std::string file = clips("clips.kst", {"KESTA:Rev 1", "Mode:x", "V5_FIELD_MAP:1 -2"});
-  Result info = kst({"info", file});
-  ASSERT_EQ(info.status, 0) << info.err;
+  Result info = kstOk({"info", file});
   EXPECT_EQ(info.out, "file        " + file +
                           "\n"
                           "revision    1\nrecords     3\ntagged      1\nparameters  3\n"
@@ -189,9 +182,7 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
   for (const auto& c : cases) {
     Strings args{"sort", file, "--by", "Reel", "-o", path("sorted.kst")};
     args.insert(args.end(), c.options.begin(), c.options.end());
-    Result r = kst(args, {"sorted.kst"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "kst: sorted 3 records\n");
+    ASSERT_EQ(kstOk(args, {"sorted.kst"}).err, "kst: sorted 3 records\n");
     auto db = load("sorted.kst");
     EXPECT_EQ(column(*db, "Reel"), c.reels);
     // The tag travels with its record.
@@ -200,8 +191,7 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
         "1");
   }
   // Two keys, to standard output, quietly.
-  Result out = kst({"-q", "sort", file, "--by", "Tag,Name", "--desc", "-o", "-"});
-  EXPECT_EQ(out.status, 0);
+  Result out = kstOk({"-q", "sort", file, "--by", "Tag,Name", "--desc", "-o", "-"});
   EXPECT_EQ(out.err, "");
   Strings got = lines(out.out);
   ASSERT_EQ(got.size(), 9u);
@@ -211,7 +201,7 @@ TEST_F(KstCommands, SortUsesTheLibrarysOrders) {
   EXPECT_EQ(got[8].substr(0, 12), "\"Sc 1 Tk 1\",");
 
   // --in-place replaces the input.
-  ASSERT_EQ(kst({"sort", file, "--by", "Name", "--desc", "--in-place"}, {"clips.kst"}).status, 0);
+  kstOk({"sort", file, "--by", "Name", "--desc", "--in-place"}, {"clips.kst"});
   EXPECT_EQ(col("clips.kst", "Name"), (Strings{"Sc 2 Tk 1", "Sc 1 Tk 2", "Sc 1 Tk 1"}));
 }
 
@@ -233,15 +223,12 @@ TEST_F(KstCommands, FindPrintsOrTagsTheMatches) {
     Strings args{"find", file};
     args.insert(args.end(), c.conditions.begin(), c.conditions.end());
     for (const char* o : {"--columns", "Name", "--format", "csv"}) args.push_back(o);
-    Result r = kst(args);
-    EXPECT_EQ(r.status, 0) << c.conditions[0] << r.err;
-    EXPECT_EQ(r.out, "Name\r\n" + c.names) << c.conditions[0];
+    EXPECT_EQ(kstOk(args).out, "Name\r\n" + c.names) << c.conditions[0];
   }
 
   // Tagging replaces the tags, or adds to them with --keep-tags; the Tag column keeps them.
-  Result tag = kst({"find", file, "Notes=hi", "-o", path("tagged.kst")}, {"tagged.kst"});
-  EXPECT_EQ(tag.status, 0);
-  EXPECT_EQ(tag.err, "kst: 1 record matches; 1 record tagged\n");
+  EXPECT_EQ(kstOk({"find", file, "Notes=hi", "-o", path("tagged.kst")}, {"tagged.kst"}).err,
+            "kst: 1 record matches; 1 record tagged\n");
   EXPECT_EQ(col("tagged.kst", "Tag"), (Strings{"1", "0", "0"}));
   Result keep = kst({"find", file, "Notes=hi", "--keep-tags", "-o", path("tagged.kst")}, {"tagged.kst"});
   EXPECT_EQ(keep.err, "kst: 1 record matches; 2 records tagged\n");
@@ -268,12 +255,11 @@ TEST_F(KstCommands, PrintingFindShowsWhatTaggingFindTags) {
       if (keep) find.push_back("--keep-tags");
       Strings tag = find;
       tag.insert(tag.end(), {"-o", path("tagged.kst")});
-      ASSERT_EQ(kst(tag, {"tagged.kst"}).status, 0);
+      ASSERT_NO_FATAL_FAILURE(kstOk(tag, {"tagged.kst"}));
       find.insert(find.end(), columns.begin(), columns.end());
       Strings show{"show", path("tagged.kst"), "--tagged"};
       show.insert(show.end(), columns.begin(), columns.end());
-      const Result printed = kst(find), shown = kst(show);
-      EXPECT_EQ(printed.status, 0) << printed.err;
+      const Result printed = kstOk(find), shown = kst(show);
       EXPECT_EQ(printed.out, shown.out) << testing::PrintToString(find);
       printed_lines.push_back(lines(printed.out).size());
     }
@@ -298,8 +284,7 @@ TEST_F(KstCommands, PrintingFindShowsWhatTaggingFindTags) {
 
 TEST_F(KstCommands, ASaveSaysWhenTagTextsAreReplaced) {
   put("odd.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"}, {{"a", "keep"}, {"b", "1"}, {"c", ""}}));
-  Result r = kst({"sort", path("odd.kst"), "--by", "Name", "--desc", "-o", path("out.kst")}, {"out.kst"});
-  EXPECT_EQ(r.status, 0);
+  Result r = kstOk({"sort", path("odd.kst"), "--by", "Name", "--desc", "-o", path("out.kst")}, {"out.kst"});
   EXPECT_EQ(r.err, "kst: warning: " + path("out.kst") +
                        ": the \"Tag\" column keeps tag numbers; 1 value there became 0 or 1 (record 3 held \"keep\")\n"
                        "kst: sorted 3 records\n");
@@ -317,9 +302,8 @@ TEST_F(KstCommands, TagTextsThatReadAsNonZeroNumbersTagTheirRecords) {
                                                     {"n6", "+0"},
                                                     {"n7", "12 takes"},
                                                     {"n8", ""}}));
-  Result r = kst({"show", file, "--tagged", "--columns", "Name", "--format", "csv"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "Name\r\nn1\r\nn3\r\nn5\r\nn7\r\n");
+  EXPECT_EQ(kstOk({"show", file, "--tagged", "--columns", "Name", "--format", "csv"}).out,
+            "Name\r\nn1\r\nn3\r\nn5\r\nn7\r\n");
 }
 
 TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
@@ -327,8 +311,7 @@ TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
       put("reels.kst",
           logText({"KESTA:Rev 1"}, {"text", "text", "text"}, {"Name", "Reel", "Tag"},
                   {{"n1", "B", "0"}, {"n2", "a1", "0"}, {"n3", "", "1"}, {"n4", "A1", "0"}, {"n5", "B", "0"}}));
-  Result printed = kst({"distinct", file, "--field", "Reel", "--columns", "Reel", "--format", "csv"});
-  EXPECT_EQ(printed.status, 0);
+  Result printed = kstOk({"distinct", file, "--field", "Reel", "--columns", "Reel", "--format", "csv"});
   // Sorted as the library sorts (case first, empty values last): A1, B, B, a1, "". Runs of
   // equal values ignoring case give one tag each; the empty value follows a value, so it counts.
   EXPECT_EQ(printed.out, "Reel\r\nA1\r\nB\r\na1\r\n\r\n");
@@ -341,16 +324,14 @@ TEST_F(KstCommands, DistinctTagsTheFirstOfEachValue) {
 
 TEST_F(KstCommands, DeleteRemovesTheTaggedRecords) {
   std::string file = clips();
-  Result r = kst({"delete", file, "--tagged", "-o", path("left.kst")}, {"left.kst"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.err, "kst: deleted 1 record; 2 remain\n");
+  EXPECT_EQ(kstOk({"delete", file, "--tagged", "-o", path("left.kst")}, {"left.kst"}).err,
+            "kst: deleted 1 record; 2 remain\n");
   EXPECT_EQ(col("left.kst", "Name"), (Strings{"Sc 1 Tk 1", "Sc 2 Tk 1"}));
   // Nothing tagged: the whole log is written back, and an empty result is a real file.
   Result again = kst({"delete", path("left.kst"), "--tagged", "--in-place"}, {"left.kst"});
   EXPECT_EQ(again.err, "kst: deleted 0 records; 2 remain\n");
   put("all.kst", logText({"KESTA:Rev 1"}, {"text", "text"}, {"Name", "Tag"}, {{"x", "1"}, {"y", "1"}}));
-  Result empty = kst({"delete", path("all.kst"), "--tagged", "-o", path("none.kst")}, {"none.kst"});
-  EXPECT_EQ(empty.status, 0) << empty.err;
+  kstOk({"delete", path("all.kst"), "--tagged", "-o", path("none.kst")}, {"none.kst"});
   auto db = load("none.kst");
   EXPECT_EQ(db->get_num_records(), 0u);
   EXPECT_EQ(db->get_num_fields(), 2u);
@@ -360,9 +341,8 @@ TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
   std::string into = clips();
   put("more.kst",
       logText({"KESTA:Rev 1"}, kTypes, kNames, {{"Sc 9 Tk 1", "B001", "03:00:00:00", "03:00:10:00", "", "1"}}));
-  Result same = kst({"merge", into, path("more.kst"), "-o", path("m.kst")}, {"m.kst"});
-  EXPECT_EQ(same.status, 0) << same.err;
-  EXPECT_EQ(same.err, "kst: appended 1 record from " + path("more.kst") + "\n");
+  EXPECT_EQ(kstOk({"merge", into, path("more.kst"), "-o", path("m.kst")}, {"m.kst"}).err,
+            "kst: appended 1 record from " + path("more.kst") + "\n");
   EXPECT_EQ(col("m.kst", "Name"), (Strings{"Sc 1 Tk 1", "Sc 1 Tk 2", "Sc 2 Tk 1", "Sc 9 Tk 1"}));
   EXPECT_EQ(col("m.kst", "Tag"), (Strings{"0", "1", "0", "1"}));
 
@@ -395,8 +375,7 @@ TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
   // By name: Name and Reel are filled, columns the other log lacks stay empty.
   put("other.kst",
       logText({"KESTA:Rev 1"}, {"text", "text", "text"}, {"Tape", "reel", "name"}, {{"T1", "C001", "Sc 7"}}));
-  Result by_name = kst({"merge", into, path("other.kst"), "--by-name", "-o", path("m3.kst")}, {"m3.kst"});
-  EXPECT_EQ(by_name.status, 0) << by_name.err;
+  ASSERT_NO_FATAL_FAILURE(kstOk({"merge", into, path("other.kst"), "--by-name", "-o", path("m3.kst")}, {"m3.kst"}));
   auto db = load("m3.kst");
   EXPECT_EQ(column(*db, "Reel").back(), "C001");
   EXPECT_EQ(column(*db, "Name").back(), "Sc 7");
@@ -409,9 +388,8 @@ TEST_F(KstCommands, MergeAppendsOrSaysWhyNot) {
 
 TEST_F(KstCommands, ColumnsEditsTheFieldMap) {
   std::string file = clips();
-  Result edit = kst({"columns", file, "--hide", "Notes,Tag", "--order", "Reel,Name", "-o", path("c.kst")}, {"c.kst"});
-  ASSERT_EQ(edit.status, 0) << edit.err;
-  EXPECT_EQ(edit.err, "kst: field map: 2 1 3 4 -5 -6\n");
+  EXPECT_EQ(kstOk({"columns", file, "--hide", "Notes,Tag", "--order", "Reel,Name", "-o", path("c.kst")}, {"c.kst"}).err,
+            "kst: field map: 2 1 3 4 -5 -6\n");
   EXPECT_STREQ(load("c.kst")->get_param_val("V5_FIELD_MAP"), "2 1 3 4 -5 -6");
   Result shown = kst({"show", path("c.kst"), "--format", "csv", "--limit", "1"});
   EXPECT_EQ(shown.out, "Reel,Name,Start time,End time\r\nA010,Sc 1 Tk 1,01:00:05:00,01:00:20:00\r\n");
@@ -426,9 +404,9 @@ TEST_F(KstCommands, ColumnsEditsTheFieldMap) {
             "5  Notes       no\n"
             "6  Tag         no\n");
   // --show brings a hidden column back in its place; --reset starts over in the log's order.
-  ASSERT_EQ(kst({"columns", path("c.kst"), "--show", "tag", "--in-place"}, {"c.kst"}).status, 0);
+  kstOk({"columns", path("c.kst"), "--show", "tag", "--in-place"}, {"c.kst"});
   EXPECT_STREQ(load("c.kst")->get_param_val("V5_FIELD_MAP"), "2 1 3 4 -5 6");
-  ASSERT_EQ(kst({"columns", path("c.kst"), "--reset", "--hide", "Name", "--in-place"}, {"c.kst"}).status, 0);
+  kstOk({"columns", path("c.kst"), "--reset", "--hide", "Name", "--in-place"}, {"c.kst"});
   EXPECT_STREQ(load("c.kst")->get_param_val("V5_FIELD_MAP"), "-1 2 3 4 5 6");
 }
 
@@ -438,8 +416,7 @@ TEST_F(KstCommands, ItemsListsAContainerFile) {
       "\"36\",\"10\"\n\"text\",\"text\"\n\"Cookie\",\"Reel\"\n"
       "\"4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f.M255\",\"A001\"\n"
       "\"6ec9d286-63ca-428d-95f4-b3b2e4b06ce6\",\"A002\"\n");
-  Result table = kst({"items", path("day1.rak")});
-  ASSERT_EQ(table.status, 0) << table.err;
+  Result table = kstOk({"items", path("day1.rak")});
   const std::string container =
       ZRContainerFile::Reader(testutil::wide(path("day1.rak")), true).getCookie().asString(false).c_str();
   EXPECT_EQ(table.out,

@@ -20,9 +20,8 @@ const std::string kSheet =
 
 TEST_F(KstConvert, SpreadsheetRoundTripKeepsQuotesCommasAndLineBreaks) {
   put("sheet.csv", kSheet);
-  Result in = kst({"convert", path("sheet.csv"), path("sheet.kst")}, {"sheet.kst"});
-  ASSERT_EQ(in.status, 0) << in.err;
-  EXPECT_EQ(in.err, "kst: wrote 3 records to " + path("sheet.kst") + "\n");
+  EXPECT_EQ(kstOk({"convert", path("sheet.csv"), path("sheet.kst")}, {"sheet.kst"}).err,
+            "kst: wrote 3 records to " + path("sheet.kst") + "\n");
   // The log holds the values themselves, read back by the library.
   auto db = load("sheet.kst");
   EXPECT_EQ(column(*db, "Name"), (Strings{"Sc 1, Tk 2", "plain", "\"quoted\""}));
@@ -30,8 +29,7 @@ TEST_F(KstConvert, SpreadsheetRoundTripKeepsQuotesCommasAndLineBreaks) {
   EXPECT_EQ(column(*db, "Notes"), (Strings{"say \"hi\"\nthen leave", "", "two\n\nbreaks"}));
   EXPECT_EQ(db->get_field_type(0), DBFieldTypes::kText);
 
-  Result out = kst({"convert", path("sheet.kst"), path("back.csv")}, {"back.csv"});
-  ASSERT_EQ(out.status, 0) << out.err;
+  kstOk({"convert", path("sheet.kst"), path("back.csv")}, {"back.csv"});
   EXPECT_EQ(read("back.csv"), kSheet);
 }
 
@@ -68,10 +66,9 @@ TEST_F(KstConvert, CsvDetails) {
        "[\n  {\"A\": \"1\", \"B\": \"2\"},\n  {\"A\": \"3\", \"B\": \"4\"}\n]\n"},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
     put("in.csv", c.csv);
-    Result r = kst({"convert", path("in.csv"), "-", "--to", "json"});
-    EXPECT_EQ(r.status, 0) << c.what << r.err;
-    EXPECT_EQ(r.out, c.json) << c.what;
+    EXPECT_EQ(kstOk({"convert", path("in.csv"), "-", "--to", "json"}).out, c.json);
   }
 }
 
@@ -112,15 +109,13 @@ TEST_F(KstConvert, BadTablesSayWhere) {
   }
   // 4095 bytes fit.
   put("fits.csv", "A\n" + std::string(4095, 'x') + "\n");
-  ASSERT_EQ(kst({"convert", path("fits.csv"), path("out.kst")}, {"out.kst"}).status, 0);
+  kstOk({"convert", path("fits.csv"), path("out.kst")}, {"out.kst"});
   EXPECT_EQ(column(*load("out.kst"), "A"), Strings{std::string(4095, 'x')});
 }
 
 TEST_F(KstConvert, ValuesTheLogCannotKeepAreReported) {
   put("blanks.csv", "Name,Notes\nok,\"  padded\"\nok2,\"C:\\new\"\n");
-  Result r = kst({"convert", path("blanks.csv"), path("out.kst")}, {"out.kst"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.err,
+  EXPECT_EQ(kstOk({"convert", path("blanks.csv"), path("out.kst")}, {"out.kst"}).err,
             "kst: warning: 2 values will read back changed from the log (blanks at either end, carriage returns, or "
             "a backslash before \"n\"); the first at " +
                 path("blanks.csv") + ", line 2, column \"Notes\"\nkst: wrote 2 records to " + path("out.kst") + "\n");
@@ -148,8 +143,7 @@ TEST_F(KstConvert, LargeTablesKeepEveryValueAsItWas) {
     }
   }
   put("big.csv", csv);
-  Result r = kst({"convert", path("big.csv"), path("out.kst")}, {"out.kst"});
-  ASSERT_EQ(r.status, 0) << r.err;
+  Result r = kstOk({"convert", path("big.csv"), path("out.kst")}, {"out.kst"});
   EXPECT_EQ(r.err.substr(0, r.err.find(" will")), "kst: warning: 9 values");
   EXPECT_NE(r.err.find(path("big.csv") + ", line 1001, column \"Notes\""), std::string::npos) << r.err;
   const std::string text = read("out.kst");
@@ -203,10 +197,8 @@ TEST_F(KstConvert, BareAndQuotedValuesReadAlike) {
   }
   put("plain.csv", plain);
   put("quoted.csv", all_quoted);
-  Result a = kst({"convert", path("plain.csv"), "-", "--to", "json"});
-  Result b = kst({"convert", path("quoted.csv"), "-", "--to", "json"});
-  ASSERT_EQ(a.status, 0) << a.err;
-  ASSERT_EQ(b.status, 0) << b.err;
+  Result a = kstOk({"convert", path("plain.csv"), "-", "--to", "json"});
+  Result b = kstOk({"convert", path("quoted.csv"), "-", "--to", "json"});
   EXPECT_EQ(std::count(a.out.begin(), a.out.end(), '{'), 600);
   EXPECT_EQ(a.out, b.out);
 }
@@ -215,9 +207,7 @@ TEST_F(KstConvert, BareAndQuotedValuesReadAlike) {
 // tab adds an empty cell, and an unknown escape is kept as it stands.
 TEST_F(KstConvert, TsvCellsWithAndWithoutEscapes) {
   put("in.tsv", "A\tB\tC\r\nplain\t\tlast\t\nx\\ty\\\\z\\n\\r\\q\tb\\\tc\\\n\n1\t2\t3");
-  Result r = kst({"convert", path("in.tsv"), "-", "--to", "json"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out,
+  EXPECT_EQ(kstOk({"convert", path("in.tsv"), "-", "--to", "json"}).out,
             "[\n  {\"A\": \"plain\", \"B\": \"\", \"C\": \"last\"},\n"
             "  {\"A\": \"x\\ty\\\\z\\n\\r\\\\q\", \"B\": \"b\\\\\\tc\\\\\", \"C\": \"\"},\n"
             "  {\"A\": \"1\", \"B\": \"2\", \"C\": \"3\"}\n]\n");
@@ -241,9 +231,9 @@ TEST_F(KstConvert, TsvAndJsonRoundTrips) {
 
   // csv -> tsv -> log and csv -> json -> log keep every value.
   for (const char* middle : {"mid.tsv", "mid.json"}) {
-    ASSERT_EQ(kst({"convert", path("sheet.csv"), path(middle)}, {middle}).status, 0);
-    ASSERT_EQ(kst({"convert", path(middle), path("end.kst")}, {"end.kst"}).status, 0);
-    ASSERT_EQ(kst({"convert", path("end.kst"), path("end.csv")}, {"end.csv"}).status, 0);
+    kstOk({"convert", path("sheet.csv"), path(middle)}, {middle});
+    kstOk({"convert", path(middle), path("end.kst")}, {"end.kst"});
+    kstOk({"convert", path("end.kst"), path("end.csv")}, {"end.csv"});
     EXPECT_EQ(read("end.csv"), kSheet) << middle;
   }
 }
@@ -257,9 +247,7 @@ TEST_F(KstConvert, JsonRecordsNameTheirColumnsInAnyOrder) {
       " {\"C\": true, \"D\": -1.5e3, \"A\": null},\n"
       " {\"A\": \"q \\\" b \\\\ e \\u00e9 n \\n end\", \"B\": \"\", \"C\": \"c\\rr\"},\n"
       " {}]\n");
-  Result r = kst({"convert", path("in.json"), "-", "--to", "csv"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out,
+  EXPECT_EQ(kstOk({"convert", path("in.json"), "-", "--to", "csv"}).out,
             "A,B,C,D\r\n"
             "1,a long first value,x,\r\n"
             "a,2,,\r\n"
@@ -276,8 +264,7 @@ TEST_F(KstConvert, TemplateGivesTypesParametersAndFieldMap) {
   put("model.kst", logText({"KESTA:Rev 1", "Production:Night Harbour", "V5_FIELD_MAP:2 -1"}, {"text", "timecode"},
                            {"Name", "Start time"}, {}));
   put("sheet.csv", "start time,Extra,name\n01:00:00:00,x,Sc 1\n");
-  Result r = kst({"convert", path("sheet.csv"), path("out.kst"), "--template", path("model.kst")}, {"out.kst"});
-  ASSERT_EQ(r.status, 0) << r.err;
+  kstOk({"convert", path("sheet.csv"), path("out.kst"), "--template", path("model.kst")}, {"out.kst"});
   auto db = load("out.kst");
   EXPECT_EQ(db->get_field_type(0), DBFieldTypes::kTimecode);
   EXPECT_EQ(db->get_field_type(1), DBFieldTypes::kText);
