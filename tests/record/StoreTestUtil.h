@@ -31,10 +31,10 @@ Zr::Ptr<Db> makeDb(const std::vector<DBFieldDesc>& fields, const Rows& rows) {
   return db;
 }
 
-// Rows "r0", "r1" ... in the first column.
-inline Rows namedRows(int n) {
+// Rows "r0", "r1" ... (or another prefix) in the first column.
+inline Rows namedRows(int n, const std::string& prefix = "r") {
   Rows rows;
-  for (int i = 0; i < n; ++i) rows.push_back({"r" + std::to_string(i)});
+  for (int i = 0; i < n; ++i) rows.push_back({prefix + std::to_string(i)});
   return rows;
 }
 

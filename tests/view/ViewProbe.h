@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "record/StoreTestUtil.h"
 #include "record/kesta.h"
 #include "view/KSTViewRep.h"
 #include "view/ViewModel.h"
@@ -43,15 +44,11 @@ class Probe {
   Zr::Ptr<Zr::Guard> changed_;
 };
 
-// A database with the fields Id, Name and Tag and `rows` records whose Id is 0, 1, ...
-inline Zr::Ptr<kesta> makeDatabase(int rows) {
-  std::vector<DBFieldDesc> fields{
-      {"Id", DBFieldTypes::kText}, {"Name", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}};
-  Zr::Ptr<kesta> db(new kesta(fields));
-  db->add_records(rows);
-  for (int i = 0; i < rows; ++i) db->set_field(static_cast<unsigned>(i), 0u, std::to_string(i).c_str());
-  return db;
-}
+inline const std::vector<DBFieldDesc> kFields{
+    {"Id", DBFieldTypes::kText}, {"Name", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}};
+
+// A database of kFields and `rows` records whose Id is 0, 1, ...
+inline Zr::Ptr<kesta> makeDatabase(int rows) { return storetest::makeDb(kFields, storetest::namedRows(rows, "")); }
 
 // The identity a record carries; viewmodel::kNoRecord for none.
 inline int identity(const Zr::Ptr<dbrecord>& record) {

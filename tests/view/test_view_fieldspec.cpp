@@ -17,12 +17,9 @@ namespace {
 
 // Name, Scene and Tag, with `rows` records named "n<i>".
 Zr::Ptr<kesta> makeDatabase(int rows = 0) {
-  std::vector<DBFieldDesc> fields{
-      {"Name", DBFieldTypes::kText}, {"Scene", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}};
-  Zr::Ptr<kesta> db(new kesta(fields));
-  db->add_records(rows);
-  for (unsigned r = 0; r < static_cast<unsigned>(rows); ++r) db->set_field(r, 0u, ("n" + std::to_string(r)).c_str());
-  return db;
+  return storetest::makeDb(
+      {{"Name", DBFieldTypes::kText}, {"Scene", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}},
+      storetest::namedRows(rows, "n"));
 }
 
 std::string warning(const std::string& name) {

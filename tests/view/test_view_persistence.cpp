@@ -23,13 +23,10 @@ constexpr unsigned kTag = 2;
 Zr::Ptr<kesta> makeDatabase(int rows, bool with_tag = true) {
   std::vector<DBFieldDesc> fields{{"Name", DBFieldTypes::kText}, {"Scene", DBFieldTypes::kText}};
   if (with_tag) fields.push_back({"Tag", DBFieldTypes::kText});
-  Zr::Ptr<kesta> db(new kesta(fields));
+  storetest::Rows table;
+  for (int r = 0; r < rows; ++r) table.push_back({"Shot " + std::to_string(r), "s" + std::to_string(r)});
+  Zr::Ptr<kesta> db = storetest::makeDb(fields, table);
   db->add_param("Mode", "x");
-  db->add_records(rows);
-  for (unsigned r = 0; r < static_cast<unsigned>(rows); ++r) {
-    db->set_field(r, kName, ("Shot " + std::to_string(r)).c_str());
-    db->set_field(r, 1u, ("s" + std::to_string(r)).c_str());
-  }
   db->clear_changed();
   return db;
 }

@@ -34,15 +34,9 @@ class ScriptedKesta : public kesta {
 };
 
 Zr::Ptr<ScriptedKesta> namedDatabase(const std::vector<const char*>& names) {
-  std::vector<DBFieldDesc> fields{
-      {"Id", DBFieldTypes::kText}, {"Name", DBFieldTypes::kText}, {"Tag", DBFieldTypes::kText}};
-  Zr::Ptr<ScriptedKesta> db(new ScriptedKesta(fields));
-  db->add_records(static_cast<int>(names.size()));
-  for (unsigned i = 0; i < names.size(); ++i) {
-    db->set_field(i, 0u, std::to_string(i).c_str());
-    db->set_field(i, kName, names[i]);
-  }
-  return db;
+  storetest::Rows rows;
+  for (std::size_t i = 0; i < names.size(); ++i) rows.push_back({std::to_string(i), names[i]});
+  return storetest::makeDb<ScriptedKesta>(viewprobe::kFields, rows);
 }
 
 using viewprobe::Held;
