@@ -99,28 +99,16 @@ TEST(KestaDelete, ListenersSeeTheShortenedListBeforeTheChangedFlagAndMayReleaseT
   EXPECT_FALSE(observer.db);
 }
 
-// Fails every allocation.
-struct FailingAllocator : iAllocator {
-  void* allocate(std::size_t) override { throw Zr::Exception::BadAlloc(); }
-  void release(void* block) noexcept override { defaultAllocator()->release(block); }
-};
-
 TEST(KestaDelete, AllocationFailureLeavesTheRowsInPlace) {
   auto db = makeDb(kFields, namedRows(5));
   DeletionLog log(*db);
   db->delete_records(4, 1);  // interns the message type before the allocator fails
   log.texts.clear();
   db->clear_changed();
-  FailingAllocator failing;
-  iAllocator* previous = setAllocator(&failing);
-  bool thrown = false;
-  try {
-    db->delete_records(1, 2);
-  } catch (const std::bad_alloc&) {
-    thrown = true;
+  {
+    testutil::TestAllocator failing(1, true);
+    EXPECT_THROW(db->delete_records(1, 2), std::bad_alloc);
   }
-  setAllocator(previous);
-  EXPECT_TRUE(thrown);
   EXPECT_EQ(columnOf(*db, 0), (Strings{"r0", "r1", "r2", "r3"}));
   EXPECT_TRUE(log.texts.empty());
   EXPECT_EQ(db->changed(), 0);
@@ -129,7 +117,7 @@ TEST(KestaDelete, AllocationFailureLeavesTheRowsInPlace) {
 TEST(KestaAdd, RecordsAddedOneAtATimeAllocateInProportionToTheRows) {
   // Room made exactly for each add would copy the whole list on every call.
   kesta db(kFields);
-  testutil::CountedBytes counted;
+  testutil::TestAllocator counted;
   for (int i = 0; i < 20000; ++i) db.add_records(1);
   EXPECT_LT(counted.bytes(), std::size_t{2048} * 20000);
   EXPECT_EQ(db.get_num_records(), 20000u);

@@ -44,23 +44,6 @@ Marks marksOf(const kesta& db) {
   return m;
 }
 
-void* CountingAllocator::allocate(std::size_t size) {
-  if (fail_in_ > 0 && --fail_in_ == 0) {
-    if (fail_on_) fail_in_ = 1;
-    ++failures_;
-    throw Zr::Exception::BadAlloc();
-  }
-  void* block = defaultAllocator()->allocate(size);
-  ++live_;
-  return block;
-}
-
-void CountingAllocator::release(void* block) noexcept {
-  if (!block) return;
-  --live_;
-  defaultAllocator()->release(block);
-}
-
 const std::string& dailies() {
   static const std::string bytes = testutil::readFile(testutil::example("dailies.kst"));
   return bytes;

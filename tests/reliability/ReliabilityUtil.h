@@ -1,7 +1,6 @@
 #ifndef KESTA_TESTS_RELIABILITY_RELIABILITYUTIL_H
 #define KESTA_TESTS_RELIABILITY_RELIABILITYUTIL_H
-// A database's content and marks as plain values, an allocator that counts live blocks and
-// fails on demand, and the save-and-reload check.
+// A database's content and marks as plain values, and the save-and-reload check.
 
 #include <string>
 #include <vector>
@@ -24,31 +23,6 @@ struct Marks {
   bool operator==(const Marks&) const = default;
 };
 Marks marksOf(const kesta& db);
-
-// Installs itself for its lifetime; allocation `n` from now (from 1) throws BadAlloc, alone or
-// with every later one.
-class CountingAllocator final : public iAllocator {
- public:
-  CountingAllocator() : previous_(setAllocator(this)) {}
-  ~CountingAllocator() override { setAllocator(previous_); }
-  CountingAllocator(const CountingAllocator&) = delete;
-  CountingAllocator& operator=(const CountingAllocator&) = delete;
-  void* allocate(std::size_t size) override;
-  void release(void* block) noexcept override;
-  long live() const { return live_; }
-  void failAllocation(long n, bool andLater = false) {
-    fail_in_ = n;
-    fail_on_ = andLater && n > 0;
-  }
-  long failures() const { return failures_; }
-
- private:
-  iAllocator* previous_;
-  long live_ = 0;
-  long fail_in_ = 0;
-  bool fail_on_ = false;
-  long failures_ = 0;
-};
 
 // The example log's bytes, and the offset past its first `lines` lines.
 const std::string& dailies();

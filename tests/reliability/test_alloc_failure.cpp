@@ -143,7 +143,7 @@ void run_all(const std::vector<Operation>& ops) {
   for (const Operation& op : ops) {
     {
       // Lazily built process-wide state is made once here, outside the counted runs.
-      reliability::CountingAllocator warm_up;
+      testutil::TestAllocator warm_up;
       World w = op.make();
       op.run(w);
     }
@@ -152,7 +152,7 @@ void run_all(const std::vector<Operation>& ops) {
       long k = 1;
       for (bool failed = true; failed && !::testing::Test::HasFailure(); ++k) {
         ASSERT_LT(k, 200000) << label << " never completed";
-        reliability::CountingAllocator allocator;
+        testutil::TestAllocator allocator;
         failed = false;
         {
           World w = op.make();

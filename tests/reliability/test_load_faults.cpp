@@ -86,7 +86,7 @@ TEST(LoadFaults, EveryCallFailingGivesTheUnloadableStateWithNothingLeaked) {
         SimFileSystem disk = disk_with(s);
         disk.failCall(call, error);
         UseFileSystem use(&disk);
-        reliability::CountingAllocator allocator;
+        testutil::TestAllocator allocator;
         {
           CapturingLogSink capture;
           Zr::Ptr<kesta> db(new kesta(testutil::wide(s.path), INT_MAX, false));
@@ -155,7 +155,7 @@ TEST(LoadFaults, FilesThatCannotBeOpenedLeakNothing) {
   disk.makeFolder("/logs/folder.kst");
   UseFileSystem use(&disk);
   for (const char* path : {"/logs/missing.kst", "/nowhere/day.kst", "/logs/folder.kst", ""}) {
-    reliability::CountingAllocator allocator;
+    testutil::TestAllocator allocator;
     {
       Zr::Ptr<kesta> db(new kesta(testutil::wide(path), INT_MAX, false));
       EXPECT_EQ(filemodel::difference(filemodel::Content{}, contentOf(*db)), "") << path;

@@ -221,7 +221,7 @@ TEST(SaveFaults, AllocationFailureDuringASaveLeavesEverythingAsItWas) {
     int answer = 0;
     {
       UseFileSystem use(&disk);
-      reliability::CountingAllocator allocator;
+      testutil::TestAllocator allocator;
       allocator.failAllocation(n);
       try {
         answer = db->save_text();

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/TestUtil.h"
 #include "support/GrowString.h"
 #include "support/OS.h"
 #include "support/StringUtils.h"
@@ -18,30 +19,6 @@
 namespace {
 
 using S = LightweightString<char>;
-
-// Installs itself over the default allocator, counts live blocks and fails from the Nth
-// allocation on (0: never).
-class FailingAllocator : public iAllocator {
- public:
-  explicit FailingAllocator(long fail_at = 0) : fail_at_(fail_at), previous_(setAllocator(this)) {}
-  ~FailingAllocator() override { setAllocator(previous_); }
-  void* allocate(std::size_t size) override {
-    if (++calls_ >= fail_at_ && fail_at_ > 0) throw Zr::Exception::BadAlloc();
-    void* block = defaultAllocator()->allocate(size);
-    ++live_;
-    return block;
-  }
-  void release(void* block) noexcept override {
-    if (!block) return;
-    --live_;
-    defaultAllocator()->release(block);
-  }
-  std::atomic<long> calls_{0}, live_{0};
-
- private:
-  long fail_at_;
-  iAllocator* previous_;
-};
 
 std::atomic<int> destroyed{0};
 
@@ -79,7 +56,7 @@ TEST(Allocator, EveryFailurePointThrowsBadAllocAndLeaksNothing) {
     bool completed = false;
     long live = 0;
     {
-      FailingAllocator failing(n);
+      testutil::TestAllocator failing(n, true);
       try {
         EXPECT_EQ(string_work(), "reel 12 / 7reel 12 / 7reel 12 / 7reel 12 / 7!0");
         completed = true;
@@ -87,39 +64,39 @@ TEST(Allocator, EveryFailurePointThrowsBadAllocAndLeaksNothing) {
         ++failures;
         EXPECT_NE(e.message(), nullptr);
       }
-      live = failing.live_;
+      live = failing.live();
     }
     EXPECT_EQ(live, 0) << "allocation " << n;
     if (completed) break;
     ASSERT_LT(n, 1000);
   }
   EXPECT_GE(failures, 8);
-  FailingAllocator failing(1);
+  testutil::TestAllocator failing(1, true);
   EXPECT_THROW(S("x"), std::bad_alloc);  // standard code sees std::bad_alloc
 }
 
 TEST(Allocator, ObjectsAndCountBlocksComeFromTheAllocator) {
   destroyed = 0;
   {
-    FailingAllocator counting;
+    testutil::TestAllocator counting;
     Zr::Ptr<Shot> shot(new Shot);
-    EXPECT_EQ(counting.live_, 1);
+    EXPECT_EQ(counting.live(), 1);
     {
       Zr::Ptr<Plain, Zr::ExternalRefCountTraits> plain(new Plain);
       auto copy = plain;
-      EXPECT_EQ(counting.live_, 2);  // the count block; Plain itself is the caller's
+      EXPECT_EQ(counting.live(), 2);  // the count block; Plain itself is the caller's
       EXPECT_EQ(copy.useCount(), 2);
     }
     EXPECT_EQ(destroyed, 1);
     shot.reset();
-    EXPECT_EQ(counting.live_, 0);
+    EXPECT_EQ(counting.live(), 0);
   }
-  FailingAllocator failing(1);
+  testutil::TestAllocator failing(1, true);
   EXPECT_EQ(new (std::nothrow) Shot, nullptr);
   EXPECT_THROW(new Shot, Zr::Exception::BadAlloc);
-  EXPECT_EQ(failing.live_, 0);
+  EXPECT_EQ(failing.live(), 0);
   // An object handed over whose count block cannot be made is destroyed, not leaked.
-  FailingAllocator no_count(1);
+  testutil::TestAllocator no_count(1, true);
   destroyed = 0;
   EXPECT_THROW((Zr::Ptr<Plain, Zr::ExternalRefCountTraits>(new Plain)), Zr::Exception::BadAlloc);
   EXPECT_EQ(destroyed, 1);
@@ -155,12 +132,12 @@ TEST(Allocator, ExhaustionOfTheDefaultThrowsBadAlloc) {
 
 // Strings made together share one allocation, which goes only with the last of them.
 TEST(StringBatch, TextsShareOneAllocationFreedWithTheLastString) {
-  FailingAllocator counting;
+  testutil::TestAllocator counting;
   {
     const std::string_view texts[] = {"Reel 1", "", "A", "a longer note, with \"quotes\"", "", "7"};
     std::vector<S> out(std::size(texts));
     S::makeBatch(texts, std::size(texts), out.data());
-    EXPECT_EQ(counting.calls_, 1);
+    EXPECT_EQ(counting.calls(), 1);
     for (std::size_t i = 0; i < std::size(texts); ++i) {
       EXPECT_EQ(out[i].view(), texts[i]) << i;
       EXPECT_EQ(out[i].c_str()[texts[i].size()], '\0') << i;
@@ -175,34 +152,34 @@ TEST(StringBatch, TextsShareOneAllocationFreedWithTheLastString) {
     EXPECT_EQ(grown, "Reel 1 (B)");
     EXPECT_EQ(out[0], "Reel 1");
     EXPECT_EQ(out[2], "A");
-    const long before_clear = counting.live_;
+    const long before_clear = counting.live();
     out.clear();
-    EXPECT_EQ(counting.live_, before_clear);
+    EXPECT_EQ(counting.live(), before_clear);
     EXPECT_EQ(kept, "a longer note, with \"quotes\"");
     EXPECT_EQ(kept.shareCount(), 1);
     kept.clear();
-    EXPECT_EQ(counting.live_, before_clear - 1);
+    EXPECT_EQ(counting.live(), before_clear - 1);
 
     // All-empty texts allocate nothing and empty the handles.
     std::vector<S> again = {S("x"), S("y")};
     const std::string_view none[] = {"", ""};
-    const long calls = counting.calls_;
+    const long calls = counting.calls();
     S::makeBatch(none, 2, again.data());
-    EXPECT_EQ(counting.calls_, calls);
+    EXPECT_EQ(counting.calls(), calls);
     EXPECT_TRUE(again[0].isNull() && again[1].isNull());
 
     // Replacing a batch's texts releases the old batch.
-    const long base = counting.live_;
+    const long base = counting.live();
     std::vector<S> fields(3);
     for (int round = 0; round < 5; ++round) {
       const std::string text = "take " + std::to_string(round);
       const std::string_view batch[] = {text, "Sc 12", text};
       S::makeBatch(batch, 3, fields.data());
       EXPECT_EQ(fields[2], text.c_str());
-      EXPECT_EQ(counting.live_, base + 1) << "round " << round;
+      EXPECT_EQ(counting.live(), base + 1) << "round " << round;
     }
   }
-  EXPECT_EQ(counting.live_, 0);
+  EXPECT_EQ(counting.live(), 0);
 }
 
 TEST(ZrPtr, CopiesAndReleasesFromTwoThreadsKeepOneCount) {

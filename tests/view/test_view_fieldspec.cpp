@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/TestUtil.h"
 #include "expr/SExprRef.h"
 #include "support/Log.h"
 #include "support/OS.h"
@@ -185,39 +186,18 @@ TEST(ViewFieldSpec, DerivedViewsInheritTheText) {
   EXPECT_EQ(capture.text(), warning("Bogus"));
 }
 
-// Fails every allocation of one size while armed.
-class SizeFailingAllocator : public iAllocator {
- public:
-  explicit SizeFailingAllocator(std::size_t size) : size_(size) {}
-  void* allocate(std::size_t size) override {
-    if (armed && size == size_) {
-      ++failures;
-      throw Zr::Exception::BadAlloc();
-    }
-    return defaultAllocator()->allocate(size);
-  }
-  void release(void* block) noexcept override { defaultAllocator()->release(block); }
-  bool armed = false;
-  int failures = 0;
-
- private:
-  std::size_t size_;
-};
-
 TEST(ViewFieldSpec, ATextCopyThatCannotBeAllocatedLeavesNoText) {
   Zr::Ptr<kesta> db = makeDatabase();
   KSTView view(new KSTViewRep(db.get(), "Name,Scene"));
   // An unusual length, so that only the copy of this text asks for its size.
   const std::string spec = "Tag" + std::string(1000, ',') + "Nowhere";
-  SizeFailingAllocator failing(spec.size() + 1);
-  iAllocator* previous = setAllocator(&failing);
   CapturingLogSink capture;
-  failing.armed = true;
-  view->fieldSpec(spec.c_str());
-  failing.armed = false;
-  setAllocator(previous);
-
-  EXPECT_EQ(failing.failures, 1);
+  {
+    testutil::TestAllocator failing;
+    failing.failSize(spec.size() + 1);
+    view->fieldSpec(spec.c_str());
+    EXPECT_EQ(failing.failures(), 1);
+  }
   EXPECT_EQ(view->fieldSpec(), nullptr);
   EXPECT_EQ(fieldsOf(*view, db.get()), (std::vector<unsigned>{0, 1}));
   EXPECT_EQ(capture.text(), "");

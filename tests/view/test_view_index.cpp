@@ -196,7 +196,7 @@ TEST(ViewIndex, RemovalsOneAtATimeAllocateInProportionToTheRows) {
   index.insertSlots(0, kRows, rows.data(), kRows, 0);
   std::size_t bytes = 0;
   {
-    testutil::CountedBytes counted;
+    testutil::TestAllocator counted;
     for (int i = 0; i < kRows / 2; ++i) index.removeRange(i, 1);
     bytes = counted.bytes();
   }
