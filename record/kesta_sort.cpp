@@ -523,10 +523,22 @@ void kesta::sort(int direction, int caseInsensitive) {
     // Nothing can throw once the order is made: the records move without allocating.
     Zr::Ptr<dbrecord>* records = records_.contiguous();
     const std::size_t n = records_.size();
-    const std::vector<uint32_t> order = sortOrder(records, n, direction >= 0);
-    std::vector<Zr::Ptr<dbrecord>> sorted(n);
-    for (std::size_t i = 0; i < n; ++i) sorted[i] = std::move(records[order[i]]);
-    std::move(sorted.begin(), sorted.end(), records);
+    std::vector<uint32_t> order = sortOrder(records, n, direction >= 0);
+    // In place, a cycle of the permutation at a time: a second list of a large log would cost
+    // its fresh pages more than the moves. A place filled is marked by pointing at itself.
+    for (std::size_t start = 0; start < n; ++start) {
+      if (order[start] == start) continue;
+      Zr::Ptr<dbrecord> first = std::move(records[start]);
+      std::size_t at = start;
+      while (order[at] != start) {
+        const std::size_t from = order[at];
+        records[at] = std::move(records[from]);
+        order[at] = static_cast<uint32_t>(at);
+        at = from;
+      }
+      records[at] = std::move(first);
+      order[at] = static_cast<uint32_t>(at);
+    }
   }
   if (show_tags_only_) index_tags();
 }
