@@ -13,11 +13,10 @@ namespace {
 
 // Cookie, Name, Reel, Scene, Shot, Start time, End time, Duration, snd reel, snd start,
 // snd end, start keycode, end keycode, Who, Description, Notes.
-constexpr std::string_view kLogLine =
-    R"("4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f","A001_C003_0612XY","A001","12","3",)"
-    R"("01:00:10:00","01:00:25:12","00:00:15:12","S001","01:00:10:00","01:00:25:12",)"
-    R"("KJ 12 3456 7890+12","KJ 12 3456 7914+03","Ann","Wide shot, slow push in",)"
-    R"("Good take, ""hero"" performance; boom in frame at the end")";
+constexpr std::string_view kLogLine = R"("4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f","A001_C003_0612XY","A001","12","3",)"
+                                      R"("01:00:10:00","01:00:25:12","00:00:15:12","S001","01:00:10:00","01:00:25:12",)"
+                                      R"("KJ 12 3456 7890+12","KJ 12 3456 7914+03","Ann","Wide shot, slow push in",)"
+                                      R"("Good take, ""hero"" performance; boom in frame at the end")";
 // The same line with nothing to unescape: a record keeps such a line as it is.
 constexpr std::string_view kPlainLogLine =
     R"("4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f","A001_C003_0612XY","A001","12","3",)"

@@ -32,21 +32,23 @@ class BenchKesta : public kesta {
   }
 };
 
+// clang-format off
 enum Column : unsigned {
   kCookie, kName, kReel, kScene, kShot, kStart, kEnd, kDuration, kSndReel, kSndStart, kSndEnd,
   kStartKey, kEndKey, kWho, kDescription, kNotes, kTag, kColumnCount
 };
+// clang-format on
 
 const std::vector<DBFieldDesc>& columns() {
   static const std::vector<DBFieldDesc> list = {
-      {"Cookie", DBFieldTypes::kText},        {"Name", DBFieldTypes::kText},
-      {"Reel", DBFieldTypes::kText},          {"Scene", DBFieldTypes::kText},
-      {"Shot", DBFieldTypes::kText},          {"Start time", DBFieldTypes::kTimecode},
-      {"End time", DBFieldTypes::kTimecode},  {"Duration", DBFieldTypes::kTimecode},
-      {"snd reel", DBFieldTypes::kText},      {"snd start", DBFieldTypes::kTimecode},
-      {"snd end", DBFieldTypes::kTimecode},   {"start keycode", DBFieldTypes::kText},
-      {"end keycode", DBFieldTypes::kText},   {"Who", DBFieldTypes::kText},
-      {"Description", DBFieldTypes::kText},   {"Notes", DBFieldTypes::kText},
+      {"Cookie", DBFieldTypes::kText},       {"Name", DBFieldTypes::kText},
+      {"Reel", DBFieldTypes::kText},         {"Scene", DBFieldTypes::kText},
+      {"Shot", DBFieldTypes::kText},         {"Start time", DBFieldTypes::kTimecode},
+      {"End time", DBFieldTypes::kTimecode}, {"Duration", DBFieldTypes::kTimecode},
+      {"snd reel", DBFieldTypes::kText},     {"snd start", DBFieldTypes::kTimecode},
+      {"snd end", DBFieldTypes::kTimecode},  {"start keycode", DBFieldTypes::kText},
+      {"end keycode", DBFieldTypes::kText},  {"Who", DBFieldTypes::kText},
+      {"Description", DBFieldTypes::kText},  {"Notes", DBFieldTypes::kText},
       {"Tag", DBFieldTypes::kText}};
   return list;
 }
@@ -137,8 +139,7 @@ void setQueryText(kesta& db, unsigned column, const char* text) {
 }
 
 // With `presorted` (1 or -1), the log is first sorted that way on the same keys, not shuffled.
-void sortBench(benchmark::State& state, int direction, std::vector<int> keys = {kReel, kStart, -1},
-               int presorted = 0) {
+void sortBench(benchmark::State& state, int direction, std::vector<int> keys = {kReel, kStart, -1}, int presorted = 0) {
   const unsigned n = static_cast<unsigned>(state.range(0));
   BenchKesta& db = logOf(state);
   std::mt19937 rng(7);
@@ -256,12 +257,17 @@ void BM_MergeByName(benchmark::State& state) {
 }
 
 // Each operation on each form of record (args: records, form), each form with its own growth fit.
-#define KESTA_STORE_FORM(name, form, label)                                                       \
-  BENCHMARK(name)->Name(#name "/" label)->Args({10000, form})->Args({100000, form})->Args({1000000, form}) \
-      ->Unit(benchmark::kMillisecond)->Complexity()
-#define KESTA_STORE_BENCH(name)                  \
-  KESTA_STORE_FORM(name, kShared, "shared");    \
-  KESTA_STORE_FORM(name, kLines, "lines");      \
+#define KESTA_STORE_FORM(name, form, label) \
+  BENCHMARK(name)                           \
+      ->Name(#name "/" label)               \
+      ->Args({10000, form})                 \
+      ->Args({100000, form})                \
+      ->Args({1000000, form})               \
+      ->Unit(benchmark::kMillisecond)       \
+      ->Complexity()
+#define KESTA_STORE_BENCH(name)              \
+  KESTA_STORE_FORM(name, kShared, "shared"); \
+  KESTA_STORE_FORM(name, kLines, "lines");   \
   KESTA_STORE_FORM(name, kOwnStrings, "own-strings")
 
 KESTA_STORE_BENCH(BM_SortTwoKeysAscending);

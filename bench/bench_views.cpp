@@ -82,7 +82,8 @@ void BM_OuterViewSortTwoKeys(benchmark::State& state) {
   std::mt19937 rng(7);
   char text[32];
   for (int r = 0; r < rows; ++r) {
-    std::snprintf(text, sizeof text, "Sc %u Tk %u", static_cast<unsigned>(rng() % 5000), static_cast<unsigned>(rng() % 9));
+    std::snprintf(text, sizeof text, "Sc %u Tk %u", static_cast<unsigned>(rng() % 5000),
+                  static_cast<unsigned>(rng() % 9));
     chain.db->set_field(static_cast<unsigned>(r), 0u, text);
     std::snprintf(text, sizeof text, "A%03u", static_cast<unsigned>(rng() % 400));
     chain.db->set_field(static_cast<unsigned>(r), 1u, text);

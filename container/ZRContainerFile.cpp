@@ -52,8 +52,7 @@ double ZRContainerFile::Reader::Item::getAttrib(unsigned field, double dflt) con
 // ------------------------------------------------------------------------------------ Reader
 
 ZRContainerFile::Reader::Reader(LightweightString<wchar_t> fileName, bool headerOnly)
-    : db_(new kesta(fileName, headerOnly ? 0 : 2147483647, true)),
-      cookie_(stripPathAndExt(fileName), false) {}
+    : db_(new kesta(fileName, headerOnly ? 0 : 2147483647, true)), cookie_(stripPathAndExt(fileName), false) {}
 
 bool ZRContainerFile::Reader::valid() const {
   return db_->get_valid() && static_cast<int>(db_->get_fieldnum(kCookieField)) != -1;
@@ -85,7 +84,8 @@ bool ZRContainerFile::Reader::contains(const Cookie& cookie) const {
   if (static_cast<int>(field) == -1) return false;
   for (unsigned row = 0; row < db_->get_num_records(); ++row) {
     Zr::Ptr<dbrecord> record = db_->get_record(row);
-    LightweightString<char> text = record ? record->getField(static_cast<unsigned short>(field)) : LightweightString<char>();
+    LightweightString<char> text =
+        record ? record->getField(static_cast<unsigned short>(field)) : LightweightString<char>();
     if (Cookie(text, false).compare(cookie) == 0) return true;
   }
   return false;

@@ -57,7 +57,7 @@ class KESTA_API ZRContainerFile {
 
     bool valid() const;  // loaded, with a "Cookie" field
     unsigned getNumItems() const;
-    Item getItem(unsigned i) const;  // an invalid item when not valid or out of range
+    Item getItem(unsigned i) const;                  // an invalid item when not valid or out of range
     int getItemAttribIndex(const char* name) const;  // -1 when not valid or absent
     CookieSet getContents() const;
     bool contains(const Cookie& cookie) const;

@@ -6,9 +6,7 @@
 namespace char_class {
 
 // isascii && isspace: space, tab, line feed, vertical tab, form feed, carriage return.
-constexpr bool isAsciiSpace(char c) noexcept {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
+constexpr bool isAsciiSpace(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // iscntrl in the C locale: 0 to 31 and 127.
 constexpr bool isControl(char c) noexcept {

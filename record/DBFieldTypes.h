@@ -11,17 +11,17 @@
 struct DBFieldTypes {
   enum eType : int32_t {
     kNone = 0,
-    kTimecode = 't',      // 116 "timecode"
-    kTimecodeS = 'T',     // 84  "timecode_s"
-    kText = 'a',          // 97  "text"
-    kTextS = 'A',         // 65  "text_s"
-    kTimeOfDay = 'D',     // 68  "time_of_day"
-    kDate = 'd',          // 100 "date"
-    kDosDate = 'M',       // 77  "dos_date"
-    kChar = 'c',          // 99  "char", written as "c"
-    kNumeric = 'n',       // 110 "numeric"
-    kLong = 'l',          // 108 "long"
-    kDouble = 'f',        // 102 "double"
+    kTimecode = 't',   // 116 "timecode"
+    kTimecodeS = 'T',  // 84  "timecode_s"
+    kText = 'a',       // 97  "text"
+    kTextS = 'A',      // 65  "text_s"
+    kTimeOfDay = 'D',  // 68  "time_of_day"
+    kDate = 'd',       // 100 "date"
+    kDosDate = 'M',    // 77  "dos_date"
+    kChar = 'c',       // 99  "char", written as "c"
+    kNumeric = 'n',    // 110 "numeric"
+    kLong = 'l',       // 108 "long"
+    kDouble = 'f',     // 102 "double"
   };
 };
 

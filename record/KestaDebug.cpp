@@ -32,8 +32,10 @@ bool KestaDebug::check(const kesta& db, std::string* why) {
     const dbrecord* record = db.records_[row].get();
     if (!record) continue;
     const kesta* container = record->get_container();
-    if (container && container != &db) return fail(why, "record " + std::to_string(row) + " belongs to another database");
-    if (!held.insert(record).second) return fail(why, "record " + std::to_string(row) + " also stands in an earlier row");
+    if (container && container != &db)
+      return fail(why, "record " + std::to_string(row) + " belongs to another database");
+    if (!held.insert(record).second)
+      return fail(why, "record " + std::to_string(row) + " also stands in an earlier row");
   }
 
   if (db.show_tags_only_) {

@@ -4,6 +4,8 @@
 
 #include "record/dbrecord.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdio>
@@ -11,7 +13,6 @@
 #include <iterator>
 #include <string_view>
 #include <vector>
-#include <strings.h>
 
 #include "record/CharClass.h"
 #include "record/kesta.h"
@@ -35,9 +36,12 @@ struct LabelKey {
 // Rows after the first kPrimaryLabels are the secondary reels, exported only while the reel
 // fields are editable.
 constexpr LabelKey kLabelKeys[] = {
-    {"notes", "notes"},         {"who", "who"},           {"scene", "scene"},       {"description", "description"},
-    {"shot", "shot"},           {"reel", "reelid"},       {"snd reel", "reelid1"},  {"24P reel", "24P_reel"},
-    {"cam reel", "camreel"},    {"comp reel", "comp_reel"}, {"lab reel", "lab_reel"},
+    {"notes", "notes"},       {"who", "who"},
+    {"scene", "scene"},       {"description", "description"},
+    {"shot", "shot"},         {"reel", "reelid"},
+    {"snd reel", "reelid1"},  {"24P reel", "24P_reel"},
+    {"cam reel", "camreel"},  {"comp reel", "comp_reel"},
+    {"lab reel", "lab_reel"},
 };
 constexpr std::size_t kPrimaryLabels = 6;
 

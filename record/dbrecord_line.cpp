@@ -197,7 +197,8 @@ struct Chunk {
 // Sixteen bytes of a line from `at` on (the `left` that remain at its end): its double quotes
 // and commas, and whether any byte is a backslash or a control character. The masks are
 // answered through `chunk`: returned, a struct of three parts cost a stall every call.
-[[gnu::always_inline]] inline void scan_chunk(const char* at, std::size_t left, std::size_t line_size, Chunk& chunk) noexcept {
+[[gnu::always_inline]] inline void scan_chunk(const char* at, std::size_t left, std::size_t line_size,
+                                              Chunk& chunk) noexcept {
   chunk = Chunk();
 #if defined(__SSE2__)
   if (left >= 16 || line_size >= 16) {
@@ -326,7 +327,8 @@ uint16_t plain_fields(std::string_view line, Starts& starts) {
       next = Word();
     }
     if (word.unplain) return 0;
-    uint64_t seps = word.quotes & ((word.commas >> 1) | (next.commas << 63)) & ((word.quotes >> 2) | (next.quotes << 62));
+    uint64_t seps =
+        word.quotes & ((word.commas >> 1) | (next.commas << 63)) & ((word.quotes >> 2) | (next.quotes << 62));
     // The first quote opens the line, and a separator needs a field and its quote after it.
     if (at == 0) seps &= ~uint64_t{1};
     if (size < at + 67) seps &= size >= at + 4 ? ~uint64_t{0} >> (63 - (size - 4 - at)) : 0;

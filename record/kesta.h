@@ -50,8 +50,8 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   using IdentifierIndex = std::map<Cookie, unsigned, CookieLess>;
 
   // ------------------------------------------------------------------ construction
-  kesta();                                         // empty and invalid
-  explicit kesta(const DBFieldDesc* descs);        // up to the first descriptor of type 0
+  kesta();                                   // empty and invalid
+  explicit kesta(const DBFieldDesc* descs);  // up to the first descriptor of type 0
   explicit kesta(const std::vector<DBFieldDesc>& descs);
   // Copies the columns and (when copyRecords) copies of other's visible records; shares
   // other's parameter list.
@@ -69,7 +69,7 @@ class KESTA_API kesta : public KSTBase, public Notifier {
   // The column's number; an existing column of that name (ignoring case) is answered as is.
   unsigned addField(const DBFieldDesc& desc);
   unsigned get_num_fields() const override;
-  const char* get_fieldname(unsigned field) const override;  // "" out of range
+  const char* get_fieldname(unsigned field) const override;                   // "" out of range
   unsigned get_fieldnum(const LightweightString<char>& name) const override;  // -1 when none
   const FieldNameIndex& getFieldNameIndexMap() const;
   bool set_fieldname(unsigned field, const char* name) override;

@@ -17,6 +17,7 @@ struct TypeToken {
 };
 
 // Reader order matters: the first equal name wins.
+// clang-format off
 constexpr TypeToken kTypeTokens[] = {
     {"timecode", DBFieldTypes::kTimecode, true},     {"timecode_s", DBFieldTypes::kTimecodeS, true},
     {"text", DBFieldTypes::kText, true},             {"text_s", DBFieldTypes::kTextS, true},
@@ -25,6 +26,7 @@ constexpr TypeToken kTypeTokens[] = {
     {"numeric", DBFieldTypes::kNumeric, true},       {"long", DBFieldTypes::kLong, true},
     {"double", DBFieldTypes::kDouble, true},
 };
+// clang-format on
 
 }  // namespace
 

@@ -92,7 +92,8 @@ void split_csv_line(std::string_view line, std::vector<uint32_t>& cuts, std::vec
   cuts.clear();
   pieces.clear();
   Zr::findSeparators(line, Zr::IsMatchingChar(','), true, cuts);
-  Zr::convertIndicesToSubStrings(line, cuts, [&](const char* at, std::size_t length) { pieces.emplace_back(at, length); });
+  Zr::convertIndicesToSubStrings(line, cuts,
+                                 [&](const char* at, std::size_t length) { pieces.emplace_back(at, length); });
 }
 
 // The first line names the columns (all text_s); each further line that gives pieces becomes
@@ -262,7 +263,8 @@ int save_records(kesta& db, const RecordList& records, int32_t& database_changed
     if (!record) continue;  // an entry left empty by insert_records has nothing to write
     std::string_view tag;
     if (tag_column != kNotFound) {
-      char* const end = std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr;
+      char* const end =
+          std::to_chars(tag_text, tag_text + sizeof tag_text - 1, static_cast<unsigned>(record->get_tag())).ptr;
       *end = '\0';
       tag = std::string_view(tag_text, static_cast<std::size_t>(end - tag_text));
     }

@@ -106,7 +106,8 @@ void kesta::merge_records(const kesta& other, const std::vector<int>& source_fie
     for (unsigned short i = 0; i < fields; ++i) {
       const int j = source_field[i];
       // getField's text: empty for a missing record or field.
-      const std::string_view text = j >= 0 && source ? source->fieldView(static_cast<unsigned short>(j)) : std::string_view();
+      const std::string_view text =
+          j >= 0 && source ? source->fieldView(static_cast<unsigned short>(j)) : std::string_view();
       if (convert[i]) {
         codes[i] = converted(get_field_type(i), LightweightString<char>(text));
         texts[i] = stored_text(codes[i].view());

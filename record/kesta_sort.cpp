@@ -420,7 +420,8 @@ bool merge_runs(std::vector<Entry>& entries, Less less, std::vector<uint32_t>& o
     const std::size_t start = i++;
     if (i < n && less(entries[i], entries[i - 1])) {
       while (i < n && !less(entries[i - 1], entries[i])) ++i;
-      std::reverse(entries.begin() + static_cast<std::ptrdiff_t>(start), entries.begin() + static_cast<std::ptrdiff_t>(i));
+      std::reverse(entries.begin() + static_cast<std::ptrdiff_t>(start),
+                   entries.begin() + static_cast<std::ptrdiff_t>(i));
     } else {
       while (i < n && !less(entries[i], entries[i - 1])) ++i;
     }

@@ -1,4 +1,5 @@
 #include "kesta_version.h"
+
 #include "record/kesta.h"
 
 const char* kestaDllVersionStr() { return KESTA_VERSION_STRING; }

@@ -2,11 +2,12 @@
 // it: matching a field or a record, the start..end range rule of the time-code and edge-code
 // columns, tagging the matches, and tagging the first record of every run of equal values.
 
+#include <strings.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <ctime>
-#include <strings.h>
 #include <vector>
 
 #include "record/FieldTables.h"
@@ -61,8 +62,7 @@ int compare_leading(std::string_view text, const char* q, std::size_t n) {
 
 // The start..end range rule: the record's start value begins with the query, or the query
 // falls between the start and end values, compared on the query's length.
-bool in_range(const dbrecord* record, const LightweightString<char>& query, unsigned start_field,
-              unsigned end_field) {
+bool in_range(const dbrecord* record, const LightweightString<char>& query, unsigned start_field, unsigned end_field) {
   if (start_field == kNoField || record == nullptr) return false;
   const std::string_view start = c_text(record->fieldView(static_cast<unsigned short>(start_field)));
   if (start.empty()) return false;

@@ -28,10 +28,10 @@ struct KESTA_SUPPORT_API UUID {
   UUID(const UUID&) noexcept = default;
   UUID& operator=(const UUID&) noexcept = default;
 
-  static UUID generate();                                  // a new random UUID
+  static UUID generate();                                 // a new random UUID
   static UUID fromName(const char* text, std::size_t n);  // SHA-1 name-based, fixed namespace
   bool isNull() const noexcept;
-  int compare(const UUID& other) const noexcept;          // by bytes
+  int compare(const UUID& other) const noexcept;  // by bytes
 
   uint8_t bytes[16];
 };

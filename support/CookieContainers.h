@@ -104,8 +104,8 @@ class KESTA_SUPPORT_API CookieSet {
   bool contains(const Cookie& cookie) const;
   int size() const noexcept;
   const Cookie& operator[](int i) const;  // REQUIRES: 0 <= i < size()
-  void purge();    // empties the set
-  void unshare();  // gives this set its own representation
+  void purge();                           // empties the set
+  void unshare();                         // gives this set its own representation
 
  private:
   Zr::Ptr<CookieSetRep> rep_;

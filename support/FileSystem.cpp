@@ -43,9 +43,8 @@ class PosixFileSystem final : public iFileSystem {
     void* at = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
     if (at == MAP_FAILED) return nullptr;
     try {
-      return std::shared_ptr<const char>(static_cast<const char*>(at), [length](const char* p) {
-        ::munmap(const_cast<char*>(p), length);
-      });
+      return std::shared_ptr<const char>(static_cast<const char*>(at),
+                                         [length](const char* p) { ::munmap(const_cast<char*>(p), length); });
     } catch (...) {
       ::munmap(at, length);
       throw;

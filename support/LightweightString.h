@@ -20,10 +20,10 @@
 
 #include <atomic>
 #include <cstddef>
-#include <new>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -228,9 +228,7 @@ class LightweightString {
     if (!b) return a.empty();
     return a.compare(b, length_of(b)) == 0;
   }
-  friend bool operator<(const LightweightString& a, const LightweightString& b) noexcept {
-    return a.compare(b) < 0;
-  }
+  friend bool operator<(const LightweightString& a, const LightweightString& b) noexcept { return a.compare(b) < 0; }
 
  private:
   // A body's header; its characters follow it. A body of its own keeps its holder count in
@@ -250,7 +248,9 @@ class LightweightString {
   static T* chars_of(Body* body) noexcept { return reinterpret_cast<T*>(body + 1); }
   static const T* chars_of(const Body* body) noexcept { return reinterpret_cast<const T*>(body + 1); }
   // The bytes a batch body of n characters takes, kept a multiple of 4 for the next header.
-  static std::size_t batch_slot(std::size_t n) noexcept { return (sizeof(Body) + (n + 1) * sizeof(T) + 3) & ~std::size_t(3); }
+  static std::size_t batch_slot(std::size_t n) noexcept {
+    return (sizeof(Body) + (n + 1) * sizeof(T) + 3) & ~std::size_t(3);
+  }
   static int32_t link_of(const Body* body) noexcept { return body->refs.load(std::memory_order_relaxed); }
   static std::atomic<int32_t>& count_of(Body* body) noexcept {
     const int32_t link = link_of(body);

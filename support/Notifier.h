@@ -144,8 +144,7 @@ class KESTA_SUPPORT_API NotifierBase {
 
  protected:
   using Invoker = int (*)(iObject* callback, const void* msg);
-  Zr::Ptr<Zr::Guard> registerErased(const Zr::Ptr<iObject>& callback, Invoker invoker, int type,
-                                    const IdStamp& stamp);
+  Zr::Ptr<Zr::Guard> registerErased(const Zr::Ptr<iObject>& callback, Invoker invoker, int type, const IdStamp& stamp);
   void issueErased(const void* msg, int type) const;
 
  private:

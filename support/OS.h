@@ -10,11 +10,12 @@
 // Thread safety: the default allocator and file system are safe from any thread. Installing
 // a replacement is not synchronised with calls in flight: install before use, on one thread.
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <sys/types.h>
 
 #include "support/Export.h"
 

@@ -60,7 +60,9 @@ std::vector<uint32_t> findSeparators(const LightweightString<char>& text, Match 
 template <class Container>
 struct SplitOutputBuilder {
   explicit SplitOutputBuilder(Container& out) : out_(out) {}
-  void operator()(const char* begin, std::size_t length) { out_.push_back(typename Container::value_type(begin, length)); }
+  void operator()(const char* begin, std::size_t length) {
+    out_.push_back(typename Container::value_type(begin, length));
+  }
   Container& out_;
 };
 

@@ -110,7 +110,10 @@ bool TextFile::load(const LightweightString<wchar_t>& name, char separator, bool
   if (retrying([&] { return fs->fileSize(fd, size); }) == 0) {
     Bytes* buffer = nullptr;
     try {
-      or_bad_alloc([&] { buffer = &own_buffer(false); buffer->resize(size); });
+      or_bad_alloc([&] {
+        buffer = &own_buffer(false);
+        buffer->resize(size);
+      });
     } catch (...) {
       fs->close(fd);
       throw;

@@ -22,8 +22,7 @@ namespace {
 constexpr std::size_t kOverRead = 4096;
 }  // namespace
 
-TextFileReader::TextFileReader(const LightweightString<wchar_t>& name, char separator, bool keepCR,
-                               std::size_t block)
+TextFileReader::TextFileReader(const LightweightString<wchar_t>& name, char separator, bool keepCR, std::size_t block)
     : fs_(OS()->fileSystem()), separator_(separator), keep_cr_(keepCR), block_(block ? block : 1) {
   const LightweightString<char> path = toUTF8(name);
   if (path.empty()) {

@@ -68,8 +68,8 @@ class KESTA_SUPPORT_API TextFileReader {
   bool at_end_ = false;
   int error_ = 0;
   uint64_t size_ = 0;
-  uint64_t read_ = 0;  // bytes read so far
-  std::vector<char> carry_;  // the start of a line whose separator is not read yet
+  uint64_t read_ = 0;                    // bytes read so far
+  std::vector<char> carry_;              // the start of a line whose separator is not read yet
   std::shared_ptr<const char> mapping_;  // the whole file, when it is mapped
 };
 

@@ -68,7 +68,9 @@ LightweightString<char> folder_of(const LightweightString<char>& path) {
 TextFileWriter::TextFileWriter(const LightweightString<wchar_t>& name, TextFile::eEOLStyle style)
     : fs_(OS()->fileSystem()),
       target_(toUTF8(name)),
-      eol_(style == TextFile::kEOL_CRLF ? "\r\n" : style == TextFile::kEOLNone ? "" : "\n"),
+      eol_(style == TextFile::kEOL_CRLF  ? "\r\n"
+           : style == TextFile::kEOLNone ? ""
+                                         : "\n"),
       eol_length_(std::strlen(eol_)) {
   if (target_.empty()) {
     error_ = errno;

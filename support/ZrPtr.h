@@ -24,14 +24,20 @@ namespace Zr {
 
 struct DtorTraits {
   template <class T>
-  static void destroy(T* object) noexcept { delete object; }
+  static void destroy(T* object) noexcept {
+    delete object;
+  }
 };
 
 struct InternalRefCountTraits {
   template <class T>
-  static const InternalRefCount* countOf(T* object) noexcept { return object; }
+  static const InternalRefCount* countOf(T* object) noexcept {
+    return object;
+  }
   template <class T>
-  static const InternalRefCount* adopt(T* object) { return object; }
+  static const InternalRefCount* adopt(T* object) {
+    return object;
+  }
   static void freeCount(const InternalRefCount*) noexcept {}
 };
 
@@ -44,10 +50,10 @@ class KESTA_SUPPORT_API ExternalRefCount final : public InternalRefCount {
 
 struct ExternalRefCountTraits {
   template <class T>
-  static const InternalRefCount* adopt(T*) { return new ExternalRefCount(); }
-  static void freeCount(const InternalRefCount* count) noexcept {
-    delete static_cast<const ExternalRefCount*>(count);
+  static const InternalRefCount* adopt(T*) {
+    return new ExternalRefCount();
   }
+  static void freeCount(const InternalRefCount* count) noexcept { delete static_cast<const ExternalRefCount*>(count); }
 };
 
 template <class T, class RefTraits = InternalRefCountTraits, class Dtor = DtorTraits>
@@ -64,8 +70,7 @@ class Ptr {
     other.object_ = nullptr;
   }
   template <class U, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
-  Ptr(const Ptr<U, RefTraits, Dtor>& other) noexcept
-      : count_(other.countBlock()), object_(other.get()) {
+  Ptr(const Ptr<U, RefTraits, Dtor>& other) noexcept : count_(other.countBlock()), object_(other.get()) {
     addRef();
   }
   ~Ptr() { release(); }

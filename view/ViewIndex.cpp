@@ -397,7 +397,8 @@ void ViewIndex::insertSlots(int at, int count, const uint32_t* rows, int written
   // Room is made before anything changes, so a failure leaves the index as it was.
   if (at == live_ && count <= live_ / 4 + kBlock) {
     if (used_ + count > leaves_ * kBlock) {
-      rebuild(entries(), std::max<std::size_t>(static_cast<std::size_t>(live_), kBlock) + static_cast<std::size_t>(count));
+      rebuild(entries(),
+              std::max<std::size_t>(static_cast<std::size_t>(live_), kBlock) + static_cast<std::size_t>(count));
     }
     dropStale(static_cast<std::size_t>(count));
     for (const Entry& e : opened) pushBack(e);

@@ -5,6 +5,13 @@
 //   #include <kesta/kesta.h>
 //   // link kesta::kesta (CMake) or `pkg-config --libs kesta`
 
+#include "container/ZRContainerFile.h"
+#include "fieldmap/FieldMap.h"
+#include "record/DBFieldTypes.h"
+#include "record/KSTBase.h"
+#include "record/dbrecord.h"
+#include "record/iKST.h"
+#include "record/kesta.h"
 #include "support/AttribValuePair.h"
 #include "support/Config.h"
 #include "support/Cookie.h"
@@ -21,15 +28,6 @@
 #include "support/TextSearch.h"
 #include "support/TimeDef.h"
 #include "support/ZrPtr.h"
-
-#include "record/DBFieldTypes.h"
-#include "record/KSTBase.h"
-#include "record/dbrecord.h"
-#include "record/iKST.h"
-#include "record/kesta.h"
-
-#include "container/ZRContainerFile.h"
-#include "fieldmap/FieldMap.h"
 #include "view/KSTView.h"
 #include "view/KSTViewCursor.h"
 #include "view/KSTViewRep.h"

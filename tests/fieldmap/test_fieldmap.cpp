@@ -17,7 +17,8 @@ Zr::Ptr<kesta> makeLog() {
 
 std::vector<std::string> names(const FieldMap& map) {
   std::vector<std::string> out;
-  for (int i = 0; i < map.size(); ++i) out.push_back(std::string(map.getName(i).c_str()) + (map.isVisible(i) ? "" : "*"));
+  for (int i = 0; i < map.size(); ++i)
+    out.push_back(std::string(map.getName(i).c_str()) + (map.isVisible(i) ? "" : "*"));
   return out;
 }
 
@@ -30,10 +31,10 @@ TEST(FieldMap, ReadsTheStoredText) {
   const Case cases[] = {
       {"2 -1", {"Reel", "Name*"}, "2 -1"},
       {"1 2 -4 3", {"Name", "Reel", "Start time*", "Scene"}, "1 2 -4 3"},
-      {"2 -2 1", {"Reel", "Name"}, "2 1"},          // the first occurrence's flag wins
-      {"3 x 4", {"Scene"}, "3"},                     // parsing stops at the first non-number
-      {"0 2", {"Reel"}, "2"},                        // 0 adds nothing
-      {"1234", {}, nullptr},                         // read as column 123: unknown, empty name
+      {"2 -2 1", {"Reel", "Name"}, "2 1"},  // the first occurrence's flag wins
+      {"3 x 4", {"Scene"}, "3"},            // parsing stops at the first non-number
+      {"0 2", {"Reel"}, "2"},               // 0 adds nothing
+      {"1234", {}, nullptr},                // read as column 123: unknown, empty name
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.stored);

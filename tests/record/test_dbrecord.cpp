@@ -32,8 +32,10 @@ TEST(DbRecord, SettersStoreTrimAndFormat) {
     bool trim;
     const char* stored;
   } cases[] = {
-      {"   abc  ", true, "abc  "}, {"   abc  ", false, "   abc  "}, {"\t\n\v\f\r x", true, "x"}, {"", true, ""},
-      {nullptr, true, ""},        {"   ", true, ""},               {"   ", false, "   "},      {"\xa0x", true, "\xa0x"},
+      {"   abc  ", true, "abc  "}, {"   abc  ", false, "   abc  "},
+      {"\t\n\v\f\r x", true, "x"}, {"", true, ""},
+      {nullptr, true, ""},         {"   ", true, ""},
+      {"   ", false, "   "},       {"\xa0x", true, "\xa0x"},
   };
   for (const Case& c : cases) {
     Zr::Ptr<dbrecord> r = recordOf({"old", "keep"});
@@ -92,7 +94,11 @@ TEST(DbRecord, ChangedMarksOnRecordAndDatabase) {
       {"setFields different", OP((r.setFields(Views{"a", " b", "z"}.data(), 3), true)), true, true, {"a", " b", "z"}},
       {"setFields empties", OP((r.setFields(Views{"", "", "c"}.data(), 3), true)), true, true, {"", "", "c"}},
       {"setFields fewer", OP((r.setFields(Views{"q"}.data(), 1), true)), true, true, {"q", "", "c"}},
-      {"setFields past the end", OP((r.setFields(Views{"a", "", "c", "d"}.data(), 4), true)), true, false, {"a", "", "c"}},
+      {"setFields past the end",
+       OP((r.setFields(Views{"a", "", "c", "d"}.data(), 4), true)),
+       true,
+       false,
+       {"a", "", "c"}},
       {"typed setter", OP(r.set_field(1, 5)), true, true, {"a", "5", "c"}},
       {"clear", OP((r.clear(), true)), true, false, {"", "", ""}},
       {"removeField", OP((r.removeField(0), true)), true, false, {"", "c"}},

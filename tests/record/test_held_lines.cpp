@@ -16,7 +16,7 @@ class Derived : public kesta {
   using kesta::kesta;
 };
 
-const std::vector<DBFieldDesc> kFields = {{"Name", T::kText},     {"Reel", T::kText},  {"Start time", T::kTimecode},
+const std::vector<DBFieldDesc> kFields = {{"Name", T::kText},         {"Reel", T::kText},  {"Start time", T::kTimecode},
                                           {"End time", T::kTimecode}, {"Notes", T::kText}, {"Tag", T::kText},
                                           {"Comment", T::kText}};
 const std::string kLong(256, 'x');  // one byte over what duplicate tagging compares

@@ -181,8 +181,8 @@ class WideNotesKesta : public kesta {
 };
 
 TEST(KestaColumns, AllFieldSizesAtOnceAskEachColumnsOwn) {
-  auto db = makeDb<WideNotesKesta>(
-      std::vector<DBFieldDesc>{{"Reel", T::kText}, {"Notes", T::kText}, {"Who", T::kText}}, {{"A001", "n", "abcdef"}});
+  auto db = makeDb<WideNotesKesta>(std::vector<DBFieldDesc>{{"Reel", T::kText}, {"Notes", T::kText}, {"Who", T::kText}},
+                                   {{"A001", "n", "abcdef"}});
   EXPECT_EQ(db->get_fieldsizes(), (std::vector<unsigned>{4, 142, 6}));
   // The saved header's widths are the same answers (or a column's least width).
   testutil::TempDir dir;

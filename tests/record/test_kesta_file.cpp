@@ -261,7 +261,9 @@ TEST_F(KestaFile, ExampleLogsLoadAndSaveBackUnchanged) {
 // file, it still reads the bytes it mapped; and it lets the mapping go when it goes.
 TEST_F(KestaFile, MappedLogsLoadAsReadOnesAndOutliveTheirFile) {
   testutil::writeFile(dir_.file("dailies.kst"), testutil::readFile(testutil::example("dailies.kst")));
-  auto is_mapped = [&] { return testutil::readFile("/proc/self/maps").find(dir_.file("dailies.kst")) != std::string::npos; };
+  auto is_mapped = [&] {
+    return testutil::readFile("/proc/self/maps").find(dir_.file("dailies.kst")) != std::string::npos;
+  };
   kesta read(dir_.wfile("dailies.kst"), INT_MAX, true);
   config_set_int("map_files", 1);
   Zr::Ptr<kesta> db(new kesta(dir_.wfile("dailies.kst"), INT_MAX, true));

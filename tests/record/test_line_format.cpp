@@ -95,7 +95,9 @@ TEST(LineFormat, ReadsFieldsAndCounts) {
       {"\"a\",\x01\x02\"b\"", {"a", "b"}, 4},
       {"\x7f\"a\"", {"a"}, 2},
       {"\"a\",\x01", {"a"}, 2},
+      // clang-format off
       {"\"a\x01" "b\"", {"a\x01" "b"}, 1},
+      // clang-format on
       {"\"a\",\r", {"a"}, 2},
       {"\"a\"\r", {"a"}, 1},
       {"\x01", {}, 1},
@@ -172,7 +174,11 @@ TEST(LineFormat, LongFieldsAreCutAndTheCutByteSkipped) {
 // Special bytes at every offset of a long field, between plain bytes of both halves of the
 // byte range, so that scanning several bytes at a time is checked at every alignment.
 TEST(LineFormat, SpecialBytesAtEveryOffset) {
-  const std::string filler = "ab\xe9" "cd\x80" "ef\xff" "gh";
+  const std::string filler =
+      "ab\xe9"
+      "cd\x80"
+      "ef\xff"
+      "gh";
   // byte as written in a line, byte as read back
   const std::vector<std::pair<std::string, std::string>> specials = {
       {"\"\"", "\""}, {"\\n", "\n"}, {",", ","}, {"\\x", "\\x"}, {"\\\\", "\\\\"}};
@@ -216,9 +222,10 @@ TEST(LineFormat, PlainLinesAreKeptAndReadBack) {
     }
     // Look-alikes (a pair that ends the line, stray quotes, a blank after a pair), and lines
     // with a byte a plain line cannot hold (escape, control, delete).
-    for (const std::string& line : {"\"" + pad + "\",\"", "\"" + pad + "\",\"\"\"", "\"" + pad + "\"y\"", "\"" + pad + "\"\" \"",
-                                    "\"" + pad + "\" ,\"y\"", "\",\"" + pad + "\"", "\"" + pad + "\"\"\"y\"",
-                                    "\"" + pad + "\\\\y\"", "\"" + pad + "\"\"\ty\"", "\"" + pad + "\x7fy\""}) {
+    for (const std::string& line :
+         {"\"" + pad + "\",\"", "\"" + pad + "\",\"\"\"", "\"" + pad + "\"y\"", "\"" + pad + "\"\" \"",
+          "\"" + pad + "\" ,\"y\"", "\",\"" + pad + "\"", "\"" + pad + "\"\"\"y\"", "\"" + pad + "\\\\y\"",
+          "\"" + pad + "\"\"\ty\"", "\"" + pad + "\x7fy\""}) {
       Fields ignored;
       bool held = true;
       readLine(line, ignored, &held);

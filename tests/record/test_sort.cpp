@@ -34,8 +34,8 @@ TEST(Sort, SortFieldListsAndPreparedKeys) {
     int single, index;        // index: getSortFieldIdx
     std::vector<int> keys;    // after sortPrepare
   } cases[] = {
-      {{2, 0, -1}, 0, 2, {2, 0}},   {{-1}, 0, 0, {}},   {{4, -7, 1, -1}, 0, 4, {4}},  {{1, 99, 0, -1}, 0, 1, {1}},
-      {{5, 0, -1}, 0, 5, {}},       {{}, 3, 3, {3}},    {{}, -1, 65535, {}},          {{}, 65536 + 2, 2, {2}},
+      {{2, 0, -1}, 0, 2, {2, 0}}, {{-1}, 0, 0, {}}, {{4, -7, 1, -1}, 0, 4, {4}}, {{1, 99, 0, -1}, 0, 1, {1}},
+      {{5, 0, -1}, 0, 5, {}},     {{}, 3, 3, {3}},  {{}, -1, 65535, {}},         {{}, 65536 + 2, 2, {2}},
   };
   for (Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.fields) + " " + std::to_string(c.single));
@@ -144,9 +144,9 @@ TEST(Sort, RepeatedValuesThePrefixesDoNotSettle) {
         Rows table;
         std::vector<std::pair<std::string, std::string>> expected;
         for (int i = 0; i < 400; ++i) {
-          const std::string value = kind % 2 == 0
-                                        ? "LONG SHARED BEGINNING, THEN " + std::string(1, static_cast<char>('A' + rng() % 26))
-                                        : kReels[rng() % std::size(kReels)];
+          const std::string value =
+              kind % 2 == 0 ? "LONG SHARED BEGINNING, THEN " + std::string(1, static_cast<char>('A' + rng() % 26))
+                            : kReels[rng() % std::size(kReels)];
           char name[16];
           std::snprintf(name, sizeof name, "n%03d", i);
           table.push_back({name, "R1", "S1", "", value});
@@ -178,10 +178,11 @@ TEST(Sort, RepeatedValuesThePrefixesDoNotSettle) {
 // Random values mixing digit runs (leading zeros, runs too long for any short prefix), case,
 // leading blanks, bytes above 127, long shared beginnings, time codes, empty fields, blank
 // records and empty list entries, in field strings or held as lines.
-const char* const kPieces[] = {"a",   "A",         "b",          "B",           "z",  "0",    "00",
-                               "007", "7",         "12",         "012",         "99999999",  "123456789",
-                               "0000000001",       "12345678901", " ",          "-",  ":",    "\x80",
-                               "\xc3\xa9",         "Reel ",      "A001",        "a001", "x", "long shared beginning "};
+const char* const kPieces[] = {"a",     "A",        "b",         "B",          "z",
+                               "0",     "00",       "007",       "7",          "12",
+                               "012",   "99999999", "123456789", "0000000001", "12345678901",
+                               " ",     "-",        ":",         "\x80",       "\xc3\xa9",
+                               "Reel ", "A001",     "a001",      "x",          "long shared beginning "};
 
 std::string randomValue(std::mt19937& rng, bool timecode) {
   if (!timecode || rng() % 4 == 0) {

@@ -202,13 +202,13 @@ TEST(Query, RangeRuleOnEachSpecialPair) {
       {"01:00:2", {"r0"}},        // equal to r0's end over its length
       {"01:00:0", {"r0"}},        // a prefix of r0's start
       {"02", {"r2"}},
-      {"01:01", {}},              // past r0's end
-      {"00", {}},                 // before every start
+      {"01:01", {}},  // past r0's end
+      {"00", {}},     // before every start
   };
   for (auto& pair : pairs) {
-    auto db = makeDb(Fields{{"Name", DBFieldTypes::kText}, {pair[0], DBFieldTypes::kTimecode},
-                            {pair[1], DBFieldTypes::kTimecode}},
-                     rows);
+    auto db = makeDb(
+        Fields{{"Name", DBFieldTypes::kText}, {pair[0], DBFieldTypes::kTimecode}, {pair[1], DBFieldTypes::kTimecode}},
+        rows);
     for (const Case& c : cases) {
       for (unsigned column : {1u, 2u}) {  // a query in either column searches the same range
         Strings texts = {"", "", ""};
@@ -228,9 +228,10 @@ TEST(Query, RangeRuleEdges) {
   EXPECT_EQ(matching(*no_end), (Strings{"r3"}));
 
   // A column of a pair whose partner names the other pair: its start column is missing.
-  auto mixed = makeDb(Fields{{"Name", DBFieldTypes::kText}, {"Start time", DBFieldTypes::kTimecode},
-                             {"snd end", DBFieldTypes::kTimecode}},
-                      {{"r0", "01:00:05:00", "01:00:05:00"}});
+  auto mixed = makeDb(
+      Fields{
+          {"Name", DBFieldTypes::kText}, {"Start time", DBFieldTypes::kTimecode}, {"snd end", DBFieldTypes::kTimecode}},
+      {{"r0", "01:00:05:00", "01:00:05:00"}});
   mixed->set_query(queryRecord(3, {"", "", "01"}).get());
   EXPECT_EQ(matching(*mixed), Strings{});
   mixed->set_query(queryRecord(3, {"", "01"}).get());
@@ -243,8 +244,8 @@ TEST(Query, RangeRuleEdges) {
   EXPECT_EQ(matching(*lower), (Strings{"r3"}));
 
   // Only the first criterion is read; with no text it is no condition once a start exists.
-  Fields fields = {{"Name", DBFieldTypes::kText}, {"Start time", DBFieldTypes::kTimecode},
-                   {"End time", DBFieldTypes::kTimecode}};
+  Fields fields = {
+      {"Name", DBFieldTypes::kText}, {"Start time", DBFieldTypes::kTimecode}, {"End time", DBFieldTypes::kTimecode}};
   auto db = makeDb(fields, {{"r0", "01:00:05:00", "01:00:20:00"}, {"r1", "", "01:00:20:00"}});
   std::vector<TextSearch::Criteria> list(3);
   list[2].add(TextSearch::Criterion("", TextSearch::eContains));

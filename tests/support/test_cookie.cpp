@@ -69,12 +69,13 @@ TEST(Cookie, TextFormsParseToTheirBytesKindAndQualifier) {
 }
 
 TEST(Cookie, JunkIsNullWhenStrictAndNameBasedOtherwise) {
-  const char* junk[] = {"hello", "Reel 12",
-                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5",     // one digit short
-                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f0",   // one digit long
-                        "4f3c2a10x9b7e-4d21-8c55-0a1b2c3d4e5f",    // dash misplaced
-                        "4f3c2a1-09b7e-4d21-8c55-0a1b2c3d4e5f",    // groups shifted
-                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5g",    // not hex
+  const char* junk[] = {"hello",
+                        "Reel 12",
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5",    // one digit short
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f0",  // one digit long
+                        "4f3c2a10x9b7e-4d21-8c55-0a1b2c3d4e5f",   // dash misplaced
+                        "4f3c2a1-09b7e-4d21-8c55-0a1b2c3d4e5f",   // groups shifted
+                        "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5g",   // not hex
                         "4f3c2a10-9b7e-4d21-8c55-0a1b2c3d4e5f M255"};
   std::vector<std::string> texts(std::begin(junk), std::end(junk));
   // Suffixes: a dot alone, a kind without qualifier, a qualifier too large, and stray bytes.

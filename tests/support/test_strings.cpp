@@ -66,8 +66,10 @@ TEST(StringUtils, Numbers) {
   const struct {
     const char* text;
     unsigned expected;
-  } cases[] = {{"42", 42}, {" 7\t", 7},  {"4294967295", 4294967295u}, {"4294967296", 99}, {"-1", 99},
-               {"12a", 99}, {"", 99}, {"  ", 99}, {"+3", 99}, {"007", 7}};
+  } cases[] = {{"42", 42},         {" 7\t", 7}, {"4294967295", 4294967295u},
+               {"4294967296", 99}, {"-1", 99},  {"12a", 99},
+               {"", 99},           {"  ", 99},  {"+3", 99},
+               {"007", 7}};
   for (const auto& c : cases) EXPECT_EQ(Zr::UIntFromString(c.text, 99), c.expected) << '"' << c.text << '"';
 }
 
@@ -85,8 +87,8 @@ TEST(StringUtils, CaseBooleansPathsAndBlanks) {
   const struct {
     const char* text;
     bool understood, value;
-  } bools[] = {{"true", true, true}, {" YES ", true, true}, {"Off", true, false}, {"t", true, true},
-               {"N", true, false},   {"1", true, true},     {"0", true, false},   {"maybe", false, false},
+  } bools[] = {{"true", true, true}, {" YES ", true, true},  {"Off", true, false}, {"t", true, true},
+               {"N", true, false},   {"1", true, true},      {"0", true, false},   {"maybe", false, false},
                {"", false, false},   {"truex", false, false}};
   for (const auto& c : bools) {
     bool value = !c.value;
@@ -94,10 +96,12 @@ TEST(StringUtils, CaseBooleansPathsAndBlanks) {
     EXPECT_EQ(value, c.understood ? c.value : !c.value) << c.text;
   }
 
+  // clang-format off
   const struct {
     const wchar_t *path, *stem;
   } paths[] = {{L"/a/b/clip.rak", L"clip"}, {L"clip", L"clip"},  {L".hidden", L".hidden"}, {L"/x/.hidden", L".hidden"},
                {L"/x/a.b.c", L"a.b"},       {L"/dir.d/file", L"file"}, {L"", L""},           {L"/a/b/", L""}};
+  // clang-format on
   for (const auto& p : paths) EXPECT_TRUE(stripPathAndExt(p.path) == p.stem) << p.path;
 
   EXPECT_TRUE(isEssentiallyEmpty(S()));
@@ -117,6 +121,7 @@ TEST(StringUtils, Utf8) {
   EXPECT_TRUE(fromUTF8(toUTF8(text)) == text);
   EXPECT_EQ(toUTF8(text), "Zo\xC3\xAB \xE2\x80\x93 \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80");
   // Each maximal broken sequence becomes one U+FFFD.
+  // clang-format off
   const struct {
     const char* bytes;
     const wchar_t* decoded;
@@ -126,6 +131,7 @@ TEST(StringUtils, Utf8) {
                 {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},
                 {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"},
                 {"\xE6\x97x", L"\uFFFDx"}};
+  // clang-format on
   for (const auto& c : broken) EXPECT_TRUE(fromUTF8(c.bytes) == c.decoded) << c.bytes;
   const wchar_t lone[] = {0xD800, 0};
   EXPECT_EQ(toUTF8(lone), "\xEF\xBF\xBD");
@@ -151,6 +157,7 @@ int sign(int v) { return (v > 0) - (v < 0); }
 }  // namespace
 
 TEST(Strxcmp, NaturalOrder) {
+  // clang-format off
   const struct {
     const char *a, *b;
     int expected;
@@ -161,6 +168,7 @@ TEST(Strxcmp, NaturalOrder) {
                // Level up to a digit: the run is still compared whole.
                {"A19", "A100", -1}, {"v12b", "v123", -1}, {"x0012", "x012", -1}, {"take 7a", "take 7", 1},
                {"long shared beginning 0000000009", "long shared beginning 10", -1}};
+  // clang-format on
   for (const auto& c : cases) {
     EXPECT_EQ(sign(strxcmp(c.a, c.b)), c.expected) << c.a << " vs " << c.b;
     EXPECT_EQ(sign(strxcmp(c.b, c.a)), -c.expected) << c.b << " vs " << c.a;
@@ -174,10 +182,10 @@ TEST(Strxcmp, NaturalOrder) {
 }
 
 TEST(Strxcmp, IsATotalOrder) {
-  const std::vector<std::string> samples = {"",    "0",   "00",  "000", "1",   "01",   "2",   "10",  "010", "a",
-                                            "A",   "a1",  "a01", "a001", "a2", "a10",  "a010", "a1b", "a01b", "a1a",
-                                            "ab",  "b",   "B2",  "B10", "~",   "\x7f", "\xff", "1a",  "1 ",  " 1",
-                                            "9",   "09",  "99",  "100", "a9z", "a10z"};
+  const std::vector<std::string> samples = {"",     "0",   "00", "000", "1",    "01",  "2",   "10",   "010",
+                                            "a",    "A",   "a1", "a01", "a001", "a2",  "a10", "a010", "a1b",
+                                            "a01b", "a1a", "ab", "b",   "B2",   "B10", "~",   "\x7f", "\xff",
+                                            "1a",   "1 ",  " 1", "9",   "09",   "99",  "100", "a9z",  "a10z"};
   for (const auto& x : samples) {
     for (const auto& y : samples) {
       int xy = sign(strxcmp(x.c_str(), y.c_str()));

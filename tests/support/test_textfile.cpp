@@ -145,7 +145,9 @@ TEST(TextFile, LoadAndBlockReaderSplitLinesAlike) {
       {"a\r\nb\r\n", '\n', true, {"a\r", "b\r"}},
       {"x\0y\n\xff\xfe\n"s, '\n', false, {"x\0y"s, "\xff\xfe"}},
       {"a;b\r;", ';', false, {"a", "b"}},
-      {"long line one\r\n\nshort\r\nlast line without a feed\r", '\n', false,
+      {"long line one\r\n\nshort\r\nlast line without a feed\r",
+       '\n',
+       false,
        {"long line one", "", "short", "last line without a feed\r"}},
   };
   TempDir dir;

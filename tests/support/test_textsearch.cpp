@@ -32,6 +32,7 @@ TEST(TextSearch, EachMethodAndOption) {
     unsigned options;
     bool expected;
   } cases[] = {
+      // clang-format off
       {"Reel 12", "reel 12", eExact, 0, true},        {"ZONE a", "zone A", eExact, 0, true},
       {"A Reel 12", "A Reel 123", eContains, 0, false}, {"aaab", "aab", eContains, 0, true},
       {"[SCENE]", "[scene]", eContains, 0, true},     {"\xc3\xa9t\xc3\xa9", "\xc3\x89T\xc3\x89", eContains, 0, false},
@@ -44,6 +45,7 @@ TEST(TextSearch, EachMethodAndOption) {
       {"01:02:03:04", "01:03", eStartsWith, kTc, false}, {"01:02:03:04", "01??03??", eWildcard, kTc, true},
       {"01:02:03:04", "01?03*", eWildcard, kTc, false}, {"Ab:\tcd", "ABCD", eExact, kTc, true},
       {"Ab:cd", "ABCD", eExact, kTc | kCase, false},
+      // clang-format on
   };
   for (const auto& c : cases) {
     EXPECT_EQ(match1(c.text, c.pattern, c.method, c.options), c.expected)

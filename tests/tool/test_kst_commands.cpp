@@ -135,8 +135,8 @@ TEST_F(KstCommands, ShowAndConvertStreamLargeOutputWhole) {
     EXPECT_EQ(shown[static_cast<std::size_t>(i) + 2],
               row[0] + "  " + reel + row[2] + "  " + row[3] + "  " + row[4] + (comma ? "  " : "     ") + "0")
         << i;
-    EXPECT_EQ(written[static_cast<std::size_t>(i) + 1],
-              row[0] + "," + row[1] + "," + row[2] + "," + row[3] + "," + (comma ? "\"" + row[4] + "\"" : row[4]) + ",0\r")
+    EXPECT_EQ(written[static_cast<std::size_t>(i) + 1], row[0] + "," + row[1] + "," + row[2] + "," + row[3] + "," +
+                                                            (comma ? "\"" + row[4] + "\"" : row[4]) + ",0\r")
         << i;
   }
 }

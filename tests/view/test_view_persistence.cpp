@@ -129,8 +129,8 @@ TEST(ViewSave, NothingIsWrittenWithoutASourceADatabaseOrAPlace) {
   headless->baseView(view.get());
   headless->displayAllRecords();
   ASSERT_EQ(headless->get_num_records(), 2u);
-  for (auto [source, name] : {std::pair{&detached, "detached.kst"}, {&headless, "headless.kst"},
-                              {&view, "missing/out.kst"}}) {
+  for (auto [source, name] :
+       {std::pair{&detached, "detached.kst"}, {&headless, "headless.kst"}, {&view, "missing/out.kst"}}) {
     EXPECT_EQ((*source)->saveAsText(dir.file(name).c_str(), false), 0) << name;
     EXPECT_EQ((*source)->saveOnlyTagged(dir.wfile(name)), 0) << name;
     EXPECT_FALSE(testutil::pathExists(dir.file(name))) << name;
@@ -174,7 +174,7 @@ TEST(ViewSave, WithoutATagFieldRecordsGoOutAsTheyAre) {
 TEST(ViewSaveOnlyTagged, WritesTheRecordsTheDatabaseTagsAndAnswersTheRowCount) {
   testutil::TempDir dir;
   Zr::Ptr<kesta> db = makeDatabase(6);
-  db->set_field(2, kTag, "7");  // the record's own text goes out untouched
+  db->set_field(2, kTag, "7");                            // the record's own text goes out untouched
   for (unsigned row : {2u, 4u, 5u}) db->set_tag(row, 1);  // row 5 is not in the view
   KSTView view(new KSTViewRep(db.get()));
   view->add_param("Own", "1");

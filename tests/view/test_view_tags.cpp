@@ -114,9 +114,11 @@ TEST(ViewTags, DuplicatesInOrderCompareIgnoringCase) {
     bool first_tagged = false;  // flags already set stay set
   };
   const Case cases[] = {
+      // clang-format off
       {{"abc", "ABC", "abd"}, 1, {0, 1, 0}}, {{"x", "y", "x"}, 0, {0, 0, 0}},
       {{"a", "A", "a", "b", "B"}, 3, {0, 1, 1, 0, 1}}, {{"", ""}, 1, {0, 1}},
       {{"only"}, 0, {0}}, {{"p", "q"}, 0, {1, 0}, true},
+      // clang-format on
   };
   for (const Case& c : cases) {
     Zr::Ptr<ScriptedKesta> db = namedDatabase(c.values);

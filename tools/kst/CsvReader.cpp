@@ -22,7 +22,7 @@ std::size_t after_bom(const std::string& bytes) {
 struct CsvState {
   CellTable rows;
   std::vector<unsigned> starts;
-  bool open = false;   // a record has begun and not ended
+  bool open = false;  // a record has begun and not ended
   // A quoted field is open: in strict CSV every quote belongs to a quoted field, so this is
   // whether the quotes read so far are odd in number.
   bool in_quotes = false;

@@ -36,7 +36,6 @@ void require_writable(const std::string& path) {
   if (::access(folder.c_str(), W_OK) != 0) throw Failure("cannot write " + path + ": " + reason(errno));
 }
 
-
 // A private folder for a save that goes to standard output, removed with what it holds.
 class TempFolder {
  public:

@@ -473,7 +473,6 @@ void keepUntilExit(const Zr::Ptr<kesta>& db) {
   kept->push_back(db);
 }
 
-
 void tagsFromTagColumn(kesta& db) {
   const unsigned field = db.get_fieldnum("Tag");
   bool numbers = true;

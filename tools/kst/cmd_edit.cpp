@@ -138,9 +138,9 @@ void add_find(CLI::App& app, CommandTable& table) {
     std::optional<Destination> to;
     if (writing) to = Destination::forLog(options->write, options->file);
     // Without --keep-tags the query sets every record's tag.
-    Zr::Ptr<kesta> db =
-        loadLog(options->file, options->keep_tags ? TagColumn::read : TagColumn::unread,
-                writing ? kesta::LoadFilter() : printed_records(options->conditions, options->keep_tags, options->file));
+    Zr::Ptr<kesta> db = loadLog(
+        options->file, options->keep_tags ? TagColumn::read : TagColumn::unread,
+        writing ? kesta::LoadFilter() : printed_records(options->conditions, options->keep_tags, options->file));
     Zr::Ptr<dbrecord> query = make_query(*db, options->conditions, options->file);
     db->set_query(query.get());
     int matched = db->tag_matching_records(options->keep_tags ? 1 : 0);

@@ -3,7 +3,6 @@
 // went well, 1 for bad input or a failed operation, 2 for a usage error.
 
 #include <kesta/kesta.h>
-
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
