@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Times kst next to the tools people would otherwise use on a big log (miller, sqlite3, DuckDB,
 # GNU sort) on the same generated data, and the raw limits: cat, a memchr line counter, that
-# counter making a heap record of each line, and a copy of the log renamed over the last one.
+# counter making a heap record of each line, and a copy of the log renamed over the last one,
+# as is and made durable first (as kst makes every write).
 # Prints one table: median seconds, peak resident memory, and each time as a ratio to kst's.
 #
 #   bench/peers.sh                 # 1,000,000 records, 3 runs per job
@@ -139,6 +140,8 @@ add raw "memchr lines" "'$WORK/linecount' '$LOG' >/dev/null"
 add raw "line records" "'$WORK/linerecords' '$LOG' ${RECORD_BYTES:-120} >/dev/null"
 # The floor of writing a log back: the file copied to a new one renamed over the last copy.
 add raw "copy, rename" "cp '$LOG' '$O/copy.tmp' && mv '$O/copy.tmp' '$O/copy.kst'"
+# The same, durable: the copy and then its folder flushed to the disk around the rename.
+add raw "copy, sync, rename" "cp '$LOG' '$O/sync.tmp' && sync '$O/sync.tmp' && mv '$O/sync.tmp' '$O/sync.kst' && sync '$O'"
 
 add load "kst" "'$KST' convert '$LOG' '$O/kst-load.kst'"
 add load "miller" "mlr --csv cat '$CSV' >'$O/mlr-load.csv'"
@@ -193,11 +196,11 @@ import math, os, sys
 rows = [line.rstrip("\n").split("\t") for line in open(sys.argv[1]) if line.strip()]
 size = os.path.getsize(sys.argv[2])
 print(f"{int(sys.argv[3]):,} records, log {size / 1e6:.0f} MB; median of the runs; ratio = tool time / kst time")
-print(f"{'job':<9}{'tool':<15}{'seconds':>9}{'peak MB':>9}{'x file':>8}{'ratio':>8}")
+print(f"{'job':<9}{'tool':<20}{'seconds':>9}{'peak MB':>9}{'x file':>8}{'ratio':>8}")
 kst = {job: float(t) for job, tool, t, _ in rows if tool == "kst"}
 for job, tool, t, peak in rows:
     t = float(t)
     peak_mb = float(peak) / 1024 if peak not in ("", "nan") else math.nan
     ratio = t / kst[job] if job in kst and not math.isnan(t) else math.nan
-    print(f"{job:<9}{tool:<15}{t:>9.3f}{peak_mb:>9.0f}{peak_mb * 1048576 / size:>8.2f}{ratio:>8.2f}")
+    print(f"{job:<9}{tool:<20}{t:>9.3f}{peak_mb:>9.0f}{peak_mb * 1048576 / size:>8.2f}{ratio:>8.2f}")
 EOF
