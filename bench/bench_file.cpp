@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/DailiesColumns.h"
 #include "record/kesta.h"
 #include "support/Config.h"
 #include "support/TextFile.h"
@@ -31,17 +32,7 @@ namespace {
 constexpr unsigned kDefaultRecords = 1000000;
 constexpr int kFps = 24;
 
-const DBFieldDesc kColumns[] = {
-    {"Cookie", DBFieldTypes::kText},       {"Name", DBFieldTypes::kText},
-    {"Reel", DBFieldTypes::kText},         {"Scene", DBFieldTypes::kText},
-    {"Shot", DBFieldTypes::kText},         {"Start time", DBFieldTypes::kTimecode},
-    {"End time", DBFieldTypes::kTimecode}, {"Duration", DBFieldTypes::kTimecode},
-    {"snd reel", DBFieldTypes::kText},     {"snd start", DBFieldTypes::kTimecode},
-    {"snd end", DBFieldTypes::kTimecode},  {"start keycode", DBFieldTypes::kText},
-    {"end keycode", DBFieldTypes::kText},  {"Who", DBFieldTypes::kText},
-    {"Description", DBFieldTypes::kText},  {"Notes", DBFieldTypes::kText},
-    {"Tag", DBFieldTypes::kText},          {"", DBFieldTypes::kNone},
-};
+using bench::kDailiesColumns;
 
 const char* const kCrew[] = {"Ana Ruiz", "Ben Okafor", "Chen Wei", "Dana Kowalski", "Eli Brandt"};
 const char* const kDescriptions[] = {"wide: Mara enters the harbour office", "close up: Tom reads the letter",
@@ -169,7 +160,7 @@ struct Log {
     csv_path = folder + "/dailies.csv";
     const pid_t child = fork();
     if (child == 0) {
-      kesta db(kColumns);
+      kesta db(kDailiesColumns);
       db.set_param_val("Production", "Night Harbour");
       db.set_param_val("Editor", "J. Marlow");
       fill_log(db, records);
@@ -265,7 +256,7 @@ void BM_ScanLogLines(benchmark::State& state) {
   if (!found) return;
   const Log& log = *found;
   config_set_int("map_files", 1);
-  constexpr int kColumnCount = static_cast<int>(std::size(kColumns)) - 1;
+  constexpr int kColumnCount = static_cast<int>(std::size(kDailiesColumns)) - 1;
   unsigned rows = 0;  // lines of the log's width: the records, and the header's widths, types and names
   for (auto _ : state) {
     TextFileReader in(wide(log.path), '\n', false);

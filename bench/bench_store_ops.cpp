@@ -10,6 +10,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <random>
@@ -17,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/DailiesColumns.h"
 #include "record/kesta.h"
 #include "support/Notifier.h"
 
@@ -40,16 +42,7 @@ enum Column : unsigned {
 // clang-format on
 
 const std::vector<DBFieldDesc>& columns() {
-  static const std::vector<DBFieldDesc> list = {
-      {"Cookie", DBFieldTypes::kText},       {"Name", DBFieldTypes::kText},
-      {"Reel", DBFieldTypes::kText},         {"Scene", DBFieldTypes::kText},
-      {"Shot", DBFieldTypes::kText},         {"Start time", DBFieldTypes::kTimecode},
-      {"End time", DBFieldTypes::kTimecode}, {"Duration", DBFieldTypes::kTimecode},
-      {"snd reel", DBFieldTypes::kText},     {"snd start", DBFieldTypes::kTimecode},
-      {"snd end", DBFieldTypes::kTimecode},  {"start keycode", DBFieldTypes::kText},
-      {"end keycode", DBFieldTypes::kText},  {"Who", DBFieldTypes::kText},
-      {"Description", DBFieldTypes::kText},  {"Notes", DBFieldTypes::kText},
-      {"Tag", DBFieldTypes::kText}};
+  static const std::vector<DBFieldDesc> list(std::begin(bench::kDailiesColumns), std::end(bench::kDailiesColumns) - 1);
   return list;
 }
 
