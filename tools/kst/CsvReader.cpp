@@ -7,6 +7,7 @@
 
 #include "Errors.h"
 #include "TableReaders.h"
+#include "Text.h"
 
 namespace kst {
 namespace {
@@ -203,23 +204,12 @@ InputTable readTsv(const std::string& bytes, const std::string& path) {
         if (c == '\t') {
           end_cell();
         } else if (c == '\\' && i + 1 < text.size()) {
-          char next = text[++i];
-          switch (next) {
-            case 't':
-              rows.append('\t');
-              break;
-            case 'n':
-              rows.append('\n');
-              break;
-            case 'r':
-              rows.append('\r');
-              break;
-            case '\\':
-              rows.append('\\');
-              break;
-            default:
-              rows.append(c);
-              rows.append(next);
+          const char next = text[++i];
+          if (const char byte = kst::tsvEscapedByte(next)) {
+            rows.append(byte);
+          } else {
+            rows.append(c);
+            rows.append(next);
           }
         } else {
           rows.append(c);

@@ -131,21 +131,11 @@ void append_tsv_field(std::string& out, std::string_view text) {
     return;
   }
   for (char c : text) {
-    switch (c) {
-      case '\t':
-        out += "\\t";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      default:
-        out += c;
+    if (const char letter = kst::tsvEscapeLetter(c)) {
+      out += '\\';
+      out += letter;
+    } else {
+      out += c;
     }
   }
 }

@@ -28,6 +28,23 @@ std::string trim(std::string_view text);
 std::string wrap(std::string_view text, std::size_t width = 100);
 inline std::string asText(const LightweightString<char>& text) { return std::string(text.c_str(), text.size()); }
 
+// TSV's escapes, read and written alike: a byte and the letter that follows the backslash for it.
+inline constexpr char kTsvEscapes[][2] = {{'\t', 't'}, {'\n', 'n'}, {'\r', 'r'}, {'\\', '\\'}};
+// The letter that stands for `byte` after a backslash; 0 for a byte written as it is.
+constexpr char tsvEscapeLetter(char byte) {
+  for (const auto& e : kTsvEscapes) {
+    if (e[0] == byte) return e[1];
+  }
+  return 0;
+}
+// The byte that a backslash and `letter` stand for; 0 when they are not an escape.
+constexpr char tsvEscapedByte(char letter) {
+  for (const auto& e : kTsvEscapes) {
+    if (e[1] == letter) return e[0];
+  }
+  return 0;
+}
+
 }  // namespace kst
 
 #endif
